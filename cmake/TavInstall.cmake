@@ -1,0 +1,28 @@
+# Installs the libraries, their headers, and what CMake and pkg-config need to find them.
+
+include(CMakePackageConfigHelpers)
+
+set(TAV_CMAKE_DIR "${CMAKE_INSTALL_LIBDIR}/cmake/tavutils")
+
+install(DIRECTORY "${PROJECT_SOURCE_DIR}/include/tav" DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}")
+install(
+  TARGETS tavutils tavsystemutils
+  EXPORT tavutilsTargets
+  LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}")
+install(
+  EXPORT tavutilsTargets
+  NAMESPACE tavutils::
+  DESTINATION "${TAV_CMAKE_DIR}")
+
+configure_package_config_file(
+  "${CMAKE_CURRENT_LIST_DIR}/tavutilsConfig.cmake.in" "${PROJECT_BINARY_DIR}/tavutilsConfig.cmake"
+  INSTALL_DESTINATION "${TAV_CMAKE_DIR}")
+write_basic_package_version_file("${PROJECT_BINARY_DIR}/tavutilsConfigVersion.cmake" COMPATIBILITY SameMajorVersion)
+install(
+  FILES "${PROJECT_BINARY_DIR}/tavutilsConfig.cmake" "${PROJECT_BINARY_DIR}/tavutilsConfigVersion.cmake"
+  DESTINATION "${TAV_CMAKE_DIR}")
+
+foreach(name tavutils tavsystemutils)
+  configure_file("${CMAKE_CURRENT_LIST_DIR}/${name}.pc.in" "${PROJECT_BINARY_DIR}/${name}.pc" @ONLY)
+  install(FILES "${PROJECT_BINARY_DIR}/${name}.pc" DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
+endforeach()

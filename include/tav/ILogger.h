@@ -1,0 +1,43 @@
+#pragma once
+
+#include <string>
+
+#include "tav/Export.h"
+
+namespace TAV
+{
+
+/// The logger that a daemon injects into every class that reports something.
+///
+/// The library keeps a reference: the logger must outlive each object that it was handed to. Lines come from whichever
+/// thread called the service, and from the forked child of a command too, so an implementation locks for itself.
+/// An exception thrown by a logger is not caught; it reaches the caller of the service.
+///
+/// Three levels are used, fixed for each message rather than by a global scale of severity:
+///
+/// | level | used for |
+/// |---|---|
+/// | 2 | commands and their output: something could not be done |
+/// | 5 | notable state, such as a kernel too old for CPU limits |
+/// | 6 | the command line about to run, and every refusal of the CPU limits |
+///
+/// The order of the operations is part of the binary interface.
+class TAV_EXPORT ILogger
+{
+public:
+    virtual ~ILogger() = default;
+
+    /// Takes one line that belongs to no component.
+    /// @param level    2, 5 or 6, as above
+    /// @param message  the complete text, without a newline
+    virtual void log(int level, std::string message) = 0;
+
+    /// Takes one line of a component.
+    /// @param level      2, 5 or 6, as above
+    /// @param component  name of the class that reports, for instance "TAVUtils"; a copy of its own for every line
+    /// @param message    the complete text, without a newline. The line that announces a command (level 6) holds all
+    ///                   its arguments, secrets included: mask them here if the log is read by others.
+    virtual void log(int level, std::string component, const std::string& message) = 0;
+};
+
+} // namespace TAV

@@ -1,0 +1,133 @@
+#include <unistd.h>
+
+#include <algorithm>
+#include <climits>
+
+#include "frame/LogLevels.h"
+#include "tav/TAVUtils.h"
+#include "utils/ChildProcess.h"
+
+namespace TAV
+{
+namespace
+{
+
+constexpr const char* kPipeFailed = "Failed to create Pipe FD to execute system command";
+constexpr const char* kForkFailed = "Failed to fork process to execute system command";
+constexpr const char* kDevNullFailed = "Failed to open /dev/null";
+constexpr const char* kCommandStarted = "Child process called to execute the system command : ";
+constexpr const char* kWaitFailed = "Failed to wait for child pid exit status in execute system command";
+constexpr const char* kNoStderr = "Stderr is not available to read";
+constexpr const char* kAbnormalExit = "Child exited abnormally in executing system command with return status ";
+
+constexpr long kDescriptorsIfUnknown = 65535;
+constexpr long kFirstClosed = STDERR_FILENO + 1;
+
+/// Child: closes what is not kept, from the highest possible descriptor down to 3.
+void closeSurplusDescriptors(const TAVUtils& utils, const child::KeepMap& keep)
+{
+    long last = ::sysconf(_SC_OPEN_MAX);
+    if (last < 0)
+        last = kDescriptorsIfUnknown;
+    last = std::min<long>(last, INT_MAX);
+    if (child::closeUnkeptRuns(kFirstClosed, last, keep))
+        return;
+    for (long fd = last; fd >= kFirstClosed; --fd)
+    {
+        if (!utils.checkIfFdToBeKeptOpen(static_cast<int>(fd), &keep))
+            ::close(static_cast<int>(fd));
+    }
+}
+
+/// Child: takes everything away that is not kept, up to the start of the program.
+/// @return false if /dev/null cannot be opened
+bool prepareChild(
+    const TAVUtils& utils, ITAVSystemUtils& systemUtils, int stderrFd, const child::KeepMap& keep, int& err)
+{
+    child::ignoreTerminationSignals();
+    systemUtils.dup2(stderrFd, STDERR_FILENO, err);
+    closeSurplusDescriptors(utils, keep);
+    for (const int fd : {STDOUT_FILENO, STDIN_FILENO})
+    {
+        if (!utils.checkIfFdToBeKeptOpen(fd, &keep))
+            ::close(fd);
+    }
+    return child::connectUnkeptToDevNull(utils, systemUtils, keep, err);
+}
+
+/// The command line for people: one blank before each argument, the first one included.
+std::string commandLine(const std::vector<std::string>& argv)
+{
+    std::string line;
+    for (const std::string& argument : argv)
+        line.append(" ").append(argument);
+    return line;
+}
+
+} // namespace
+
+bool TAVUtils::executeSystemCommand(const std::vector<std::string>& argv, const std::map<int, bool>* fdsToKeepOpen)
+{
+    if (argv.empty())
+        return false;
+
+    int err = 0;
+    std::array<int, 2> errPipe{child::kNoFd, child::kNoFd};
+    child::KeepMap pipeKeep;
+    const child::KeepMap* keep = fdsToKeepOpen;
+    if (fdsToKeepOpen == nullptr || checkIfFdToBeKeptOpen(STDERR_FILENO, fdsToKeepOpen))
+    {
+        if (m_systemUtils->pipe(errPipe, err, 0) != 0)
+        {
+            m_logger.log(kLogFailure, m_componentName, kPipeFailed);
+            return false;
+        }
+        // Deliberately without the caller's other entries: with a pipe, nothing else stays open.
+        pipeKeep = {{STDERR_FILENO, true}, {errPipe[0], true}, {errPipe[1], true}};
+        keep = &pipeKeep;
+    }
+
+    const std::vector<const char*> arguments = child::argumentPointers(argv);
+    const pid_t pid = m_systemUtils->fork(err);
+    if (pid == -1)
+    {
+        m_logger.log(kLogFailure, m_componentName, kForkFailed);
+        closePipeFds(errPipe);
+        return false;
+    }
+    if (pid == 0)
+    {
+        if (!prepareChild(*this, *m_systemUtils, errPipe[1], *keep, err))
+        {
+            m_logger.log(kLogFailure, m_componentName, kDevNullFailed);
+            return true; // in the child, which deliberately goes on in the caller's code
+        }
+        child::becomeProgram(argv, arguments);
+        // Deliberately no exit: a child whose program cannot be started goes on as if it were the parent.
+    }
+
+    m_logger.log(kLogDetail, m_componentName, kCommandStarted + commandLine(argv));
+    int status = 0;
+    if (m_systemUtils->waitpid(pid, &status, 0, err) != pid)
+    {
+        m_logger.log(kLogFailure, m_componentName, kWaitFailed);
+        closePipeFds(errPipe);
+        return false;
+    }
+    if (child::exitedWithZero(status))
+    {
+        closePipeFds(errPipe);
+        return true;
+    }
+    if (errPipe[0] == 0)
+    {
+        m_logger.log(kLogDetail, m_componentName, kNoStderr);
+        return false; // deliberately without closing the pair
+    }
+    // Deliberately composed and dropped: callers rely on the pipe being read, and on nothing being logged.
+    child::describeAbnormalExit(kAbnormalExit, status, errPipe[0], *m_systemUtils, err);
+    closePipeFds(errPipe);
+    return false;
+}
+
+} // namespace TAV
