@@ -65,7 +65,7 @@ private:
     ILogger& m_logger;
     std::string m_componentName;
     std::shared_ptr<kernelVersion> m_kernelVersion;
-    bool m_isCGroupsSupported;
+    bool m_isCGroupsSupported = false;
     std::string m_cpuCgroupPath;
 };
 

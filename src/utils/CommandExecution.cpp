@@ -5,14 +5,13 @@
 
 #include "frame/LogLevels.h"
 #include "tav/TAVUtils.h"
-#include "utils/ChildProcess.h"
+#include "utils/Command.h"
 
 namespace TAV
 {
 namespace
 {
 
-constexpr const char* kPipeFailed = "Failed to create Pipe FD to execute system command";
 constexpr const char* kForkFailed = "Failed to fork process to execute system command";
 constexpr const char* kDevNullFailed = "Failed to open /dev/null";
 constexpr const char* kCommandStarted = "Child process called to execute the system command : ";
@@ -24,13 +23,13 @@ constexpr long kDescriptorsIfUnknown = 65535;
 constexpr long kFirstClosed = STDERR_FILENO + 1;
 
 /// Child: closes what is not kept, from the highest possible descriptor down to 3.
-void closeSurplusDescriptors(const TAVUtils& utils, const child::KeepMap& keep)
+void closeSurplusDescriptors(const TAVUtils& utils, const command::KeepMap& keep)
 {
     long last = ::sysconf(_SC_OPEN_MAX);
     if (last < 0)
         last = kDescriptorsIfUnknown;
     last = std::min<long>(last, INT_MAX);
-    if (child::closeUnkeptRuns(kFirstClosed, last, keep))
+    if (command::closeUnkeptRuns(kFirstClosed, last, keep))
         return;
     for (long fd = last; fd >= kFirstClosed; --fd)
     {
@@ -41,18 +40,17 @@ void closeSurplusDescriptors(const TAVUtils& utils, const child::KeepMap& keep)
 
 /// Child: takes everything away that is not kept, up to the start of the program.
 /// @return false if /dev/null cannot be opened
-bool prepareChild(
-    const TAVUtils& utils, ITAVSystemUtils& systemUtils, int stderrFd, const child::KeepMap& keep, int& err)
+bool prepareChild(command::Run& run, const command::KeepMap& keep)
 {
-    child::ignoreTerminationSignals();
-    systemUtils.dup2(stderrFd, STDERR_FILENO, err);
-    closeSurplusDescriptors(utils, keep);
+    command::ignoreTerminationSignals();
+    run.systemUtils.dup2(run.errPipe[1], STDERR_FILENO, run.err);
+    closeSurplusDescriptors(run.utils, keep);
     for (const int fd : {STDOUT_FILENO, STDIN_FILENO})
     {
-        if (!utils.checkIfFdToBeKeptOpen(fd, &keep))
+        if (!run.utils.checkIfFdToBeKeptOpen(fd, &keep))
             ::close(fd);
     }
-    return child::connectUnkeptToDevNull(utils, systemUtils, keep, err);
+    return run.connectUnkeptToDevNull(keep);
 }
 
 /// The command line for people: one blank before each argument, the first one included.
@@ -71,63 +69,47 @@ bool TAVUtils::executeSystemCommand(const std::vector<std::string>& argv, const 
     if (argv.empty())
         return false;
 
-    int err = 0;
-    std::array<int, 2> errPipe{child::kNoFd, child::kNoFd};
-    child::KeepMap pipeKeep;
-    const child::KeepMap* keep = fdsToKeepOpen;
+    command::Run run{*this, *m_systemUtils, m_logger, m_componentName};
+    command::KeepMap pipeKeep;
+    const command::KeepMap* keep = fdsToKeepOpen;
     if (fdsToKeepOpen == nullptr || checkIfFdToBeKeptOpen(STDERR_FILENO, fdsToKeepOpen))
     {
-        if (m_systemUtils->pipe(errPipe, err, 0) != 0)
-        {
-            m_logger.log(kLogFailure, m_componentName, kPipeFailed);
+        if (!run.makeErrPipe())
             return false;
-        }
         // Deliberately without the caller's other entries: with a pipe, nothing else stays open.
-        pipeKeep = {{STDERR_FILENO, true}, {errPipe[0], true}, {errPipe[1], true}};
+        pipeKeep = {{STDERR_FILENO, true}, {run.errPipe[0], true}, {run.errPipe[1], true}};
         keep = &pipeKeep;
     }
 
-    const std::vector<const char*> arguments = child::argumentPointers(argv);
-    const pid_t pid = m_systemUtils->fork(err);
+    const std::vector<const char*> arguments = command::argumentPointers(argv);
+    const pid_t pid = m_systemUtils->fork(run.err);
     if (pid == -1)
-    {
-        m_logger.log(kLogFailure, m_componentName, kForkFailed);
-        closePipeFds(errPipe);
-        return false;
-    }
+        return run.fail(kForkFailed);
     if (pid == 0)
     {
-        if (!prepareChild(*this, *m_systemUtils, errPipe[1], *keep, err))
+        if (!prepareChild(run, *keep))
         {
             m_logger.log(kLogFailure, m_componentName, kDevNullFailed);
             return true; // in the child, which deliberately goes on in the caller's code
         }
-        child::becomeProgram(argv, arguments);
+        command::becomeProgram(argv, arguments);
         // Deliberately no exit: a child whose program cannot be started goes on as if it were the parent.
     }
 
     m_logger.log(kLogDetail, m_componentName, kCommandStarted + commandLine(argv));
     int status = 0;
-    if (m_systemUtils->waitpid(pid, &status, 0, err) != pid)
-    {
-        m_logger.log(kLogFailure, m_componentName, kWaitFailed);
-        closePipeFds(errPipe);
-        return false;
-    }
-    if (child::exitedWithZero(status))
-    {
-        closePipeFds(errPipe);
-        return true;
-    }
-    if (errPipe[0] == 0)
+    if (m_systemUtils->waitpid(pid, &status, 0, run.err) != pid)
+        return run.fail(kWaitFailed);
+    if (command::exitedWithZero(status))
+        return run.finish(true);
+    if (run.errPipe[0] == 0)
     {
         m_logger.log(kLogDetail, m_componentName, kNoStderr);
         return false; // deliberately without closing the pair
     }
     // Deliberately composed and dropped: callers rely on the pipe being read, and on nothing being logged.
-    child::describeAbnormalExit(kAbnormalExit, status, errPipe[0], *m_systemUtils, err);
-    closePipeFds(errPipe);
-    return false;
+    run.describeAbnormalExit(kAbnormalExit, status);
+    return run.finish(false);
 }
 
 } // namespace TAV

@@ -7,14 +7,13 @@
 
 #include "frame/LogLevels.h"
 #include "tav/TAVUtils.h"
-#include "utils/ChildProcess.h"
+#include "utils/Command.h"
 
 namespace TAV
 {
 namespace
 {
 
-constexpr const char* kPipeFailed = "Failed to create Pipe FD to execute system command";
 constexpr const char* kForkFailed = "Failed to fork process to read system command output";
 constexpr const char* kLimitFailed = "Failed to get filelimit";
 constexpr const char* kDevNullFailed = "Failed to open /dev/null";
@@ -25,13 +24,13 @@ constexpr const char* kAbnormalExit = "Child exited abnormally in reading system
 
 /// Child: closes what is not kept, from 0 up to the last descriptor that the soft limit allows.
 /// @return false, with nothing closed, if the limit cannot be read
-bool closeUnkeptDescriptors(const TAVUtils& utils, const child::KeepMap& keep)
+bool closeUnkeptDescriptors(const TAVUtils& utils, const command::KeepMap& keep)
 {
     struct rlimit limit = {};
     if (::getrlimit(RLIMIT_NOFILE, &limit) != 0)
         return false;
     const long count = static_cast<long>(std::min<rlim_t>(limit.rlim_cur, INT_MAX));
-    if (child::closeUnkeptRuns(0, count - 1, keep))
+    if (command::closeUnkeptRuns(0, count - 1, keep))
         return true;
     for (int fd = 0; fd < count; ++fd)
     {
@@ -42,25 +41,23 @@ bool closeUnkeptDescriptors(const TAVUtils& utils, const child::KeepMap& keep)
 }
 
 /// Child: takes everything away that is not kept and connects its output, up to the start of the program.
-/// @return an empty text, or why the program cannot be started
-std::string prepareChild(TAVUtils& utils,
-                         ITAVSystemUtils& systemUtils,
-                         const child::KeepMap& keep,
-                         std::array<int, 2>& errPipe,
-                         const int* outPipe,
-                         int& err)
+/// @return an empty text, or why the program cannot be started; both pairs are then left open
+std::string prepareChild(command::Run& run, const command::KeepMap& keep, const int* outPipe)
 {
-    if (!child::connectUnkeptToDevNull(utils, systemUtils, keep, err))
+    command::ignoreTerminationSignals();
+    if (!closeUnkeptDescriptors(run.utils, keep))
+        run.logger.log(kLogFailure, run.component, kLimitFailed);
+    if (!run.connectUnkeptToDevNull(keep))
         return kDevNullFailed;
-    if (utils.checkIfFdToBeKeptOpen(STDERR_FILENO, &keep))
+    if (run.utils.checkIfFdToBeKeptOpen(STDERR_FILENO, &keep))
     {
-        if (systemUtils.dup2(errPipe[1], STDERR_FILENO, err) != STDERR_FILENO)
-            return std::string(kStderrFailed) + std::strerror(err);
-        utils.closePipeFds(errPipe);
+        if (run.systemUtils.dup2(run.errPipe[1], STDERR_FILENO, run.err) != STDERR_FILENO)
+            return std::string(kStderrFailed) + std::strerror(run.err);
+        run.utils.closePipeFds(run.errPipe);
     }
     // Standard output is kept in every mode: the caller's pipe goes there.
-    if (systemUtils.dup2(outPipe[1], STDOUT_FILENO, err) != STDOUT_FILENO)
-        return std::string(kStdoutFailed) + std::strerror(err);
+    if (run.systemUtils.dup2(outPipe[1], STDOUT_FILENO, run.err) != STDOUT_FILENO)
+        return std::string(kStdoutFailed) + std::strerror(run.err);
     ::close(outPipe[0]);
     ::close(outPipe[1]);
     return {};
@@ -75,67 +72,45 @@ bool TAVUtils::readSystemCommandOutput(std::vector<std::string> argv,
     if (argv.empty() || outPipe == nullptr)
         return false;
 
-    int err = 0;
-    std::array<int, 2> errPipe{child::kNoFd, child::kNoFd};
-    child::KeepMap keep;
+    command::Run run{*this, *m_systemUtils, m_logger, m_componentName};
+    command::KeepMap keep;
     if (fdsToKeepOpen != nullptr && !checkIfFdToBeKeptOpen(STDERR_FILENO, fdsToKeepOpen))
     {
         keep = *fdsToKeepOpen;
     }
     else
     {
-        if (m_systemUtils->pipe(errPipe, err, 0) != 0)
-        {
-            m_logger.log(kLogFailure, m_componentName, kPipeFailed);
+        if (!run.makeErrPipe())
             return false;
-        }
-        for (const int fd : {STDERR_FILENO, errPipe[0], errPipe[1]})
-            keep[fd] = true;
+        keep = {{STDERR_FILENO, true}, {run.errPipe[0], true}, {run.errPipe[1], true}};
     }
     for (const int fd : {STDOUT_FILENO, outPipe[0], outPipe[1]})
         keep[fd] = true;
 
-    const std::vector<const char*> arguments = child::argumentPointers(argv);
-    const pid_t pid = m_systemUtils->fork(err);
+    const std::vector<const char*> arguments = command::argumentPointers(argv);
+    const pid_t pid = m_systemUtils->fork(run.err);
     if (pid == -1)
-    {
-        m_logger.log(kLogFailure, m_componentName, kForkFailed);
-        closePipeFds(errPipe);
-        return false;
-    }
+        return run.fail(kForkFailed);
     if (pid == 0)
     {
-        child::ignoreTerminationSignals();
-        if (!closeUnkeptDescriptors(*this, keep))
-            m_logger.log(kLogFailure, m_componentName, kLimitFailed);
-        const std::string obstacle = prepareChild(*this, *m_systemUtils, keep, errPipe, outPipe, err);
+        const std::string obstacle = prepareChild(run, keep, outPipe);
         if (!obstacle.empty())
         {
             m_logger.log(kLogFailure, m_componentName, obstacle);
-            return false; // in the child, which deliberately goes on in the caller's code, with both pairs open
+            return false; // in the child, which deliberately goes on in the caller's code
         }
-        child::becomeProgram(argv, arguments);
+        command::becomeProgram(argv, arguments);
         // Deliberately no exit: a child whose program cannot be started goes on as if it were the parent.
     }
 
     int status = 0;
-    if (m_systemUtils->waitpid(pid, &status, 0, err) != pid)
-    {
-        m_logger.log(kLogFailure, m_componentName, kWaitFailed);
-        closePipeFds(errPipe);
-        return false;
-    }
-    if (child::exitedWithZero(status))
-    {
-        closePipeFds(errPipe);
-        return true;
-    }
-    // Deliberately also without a pipe: reading kNoFd fails and the line says so.
-    m_logger.log(kLogFailure,
-                 m_componentName,
-                 child::describeAbnormalExit(kAbnormalExit, status, errPipe[0], *m_systemUtils, err));
-    closePipeFds(errPipe);
-    return false;
+    if (m_systemUtils->waitpid(pid, &status, 0, run.err) != pid)
+        return run.fail(kWaitFailed);
+    if (command::exitedWithZero(status))
+        return run.finish(true);
+    // Deliberately also without a pipe: reading from it then fails, and the line says so.
+    m_logger.log(kLogFailure, m_componentName, run.describeAbnormalExit(kAbnormalExit, status));
+    return run.finish(false);
 }
 
 } // namespace TAV

@@ -32,7 +32,7 @@ TAVUtils::TAVUtils(std::shared_ptr<ITAVSystemUtils> systemUtils,
                    ILogger& logger,
                    std::shared_ptr<kernelVersion> version)
     : m_systemUtils(std::move(systemUtils)), m_logger(logger), m_componentName("TAVUtils"),
-      m_kernelVersion(std::move(version)), m_isCGroupsSupported(false)
+      m_kernelVersion(std::move(version))
 {
     if (m_kernelVersion == nullptr)
         throw FMXException(kGeneralFailure, kNoKernelVersion);
