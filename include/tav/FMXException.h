@@ -4,6 +4,7 @@
 
 #include "tav/Export.h"
 
+/// Everything that the library declares.
 namespace TAV
 {
 
@@ -16,17 +17,18 @@ namespace TAV
 ///     catch (const TAV::FMXException& e) { report(e.code, e.message); }
 ///
 /// It is thrown only when an object cannot be used at all (a collaborator is missing, an outside library refuses to
-/// start). Every other failure is a return value. Exceptions of the standard library pass through unchanged.
+/// start). Every other failure is a return value. Exceptions of the standard library, and those of the objects that
+/// the caller handed in, pass through unchanged.
 class TAV_EXPORT FMXException
 {
 public:
     /// @param failureCode  the kind of failure: 1 for every failure but a failed load of the file-type database, which
-    /// is 3
-    /// @param reason       what went wrong, for people
+    ///                     is 3
+    /// @param reason       what went wrong, as a text for people
     FMXException(int failureCode, std::string reason);
 
-    int code;
-    std::string message;
+    int code;            ///< the kind of failure: 1 in general, 3 for a file-type database that cannot be loaded
+    std::string message; ///< what went wrong, for people; the text may come from an outside library
 };
 
 } // namespace TAV

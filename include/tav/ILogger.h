@@ -9,15 +9,20 @@ namespace TAV
 
 /// The logger that a daemon injects into every class that reports something.
 ///
-/// The library keeps a reference: the logger must outlive each object that it was handed to. Lines come from whichever
-/// thread called the service, and from the forked child of a command too, so an implementation locks for itself.
-/// An exception thrown by a logger is not caught; it reaches the caller of the service.
+/// **Ownership.** The library keeps a reference: the logger must outlive each object that it was handed to.
 ///
-/// Three levels are used, fixed for each message rather than by a global scale of severity:
+/// **Threads.** Lines come from whichever thread called the service, and from the forked child of a command too. An
+/// implementation locks for itself. In a child that was forked while another thread held such a lock, the lock stays
+/// taken for good: a logger that hands each line over with one write(2) avoids that.
+///
+/// **Failure.** An exception that a logger throws is not caught; it reaches the caller of the service.
+///
+/// Three levels are used, fixed for each message rather than by a global scale of severity. Their numbers are those of
+/// syslog(3): critical, notice, informational.
 ///
 /// | level | used for |
 /// |---|---|
-/// | 2 | commands and their output: something could not be done |
+/// | 2 | a command that could not be run, waited for or read |
 /// | 5 | notable state, such as a kernel too old for CPU limits |
 /// | 6 | the command line about to run, and every refusal of the CPU limits |
 ///
@@ -27,16 +32,18 @@ class TAV_EXPORT ILogger
 public:
     virtual ~ILogger() = default;
 
-    /// Takes one line that belongs to no component.
+    /// Takes one line that belongs to no component. None of the present services calls it.
     /// @param level    2, 5 or 6, as above
-    /// @param message  the complete text, without a newline
+    /// @param message  the complete text, without a newline; the callee's own copy
     virtual void log(int level, std::string message) = 0;
 
     /// Takes one line of a component.
     /// @param level      2, 5 or 6, as above
     /// @param component  name of the class that reports, for instance "TAVUtils"; a copy of its own for every line
-    /// @param message    the complete text, without a newline. The line that announces a command (level 6) holds all
-    ///                   its arguments, secrets included: mask them here if the log is read by others.
+    /// @param message    the complete text, without a newline of the library's own; it is valid during the call only.
+    ///                   The line that announces a command (level 6) holds all its arguments, secrets included: mask
+    ///                   them here if the log is read by others. A line that quotes a command's standard error may
+    ///                   hold newlines and any other byte.
     virtual void log(int level, std::string component, const std::string& message) = 0;
 };
 

@@ -8,35 +8,41 @@
 namespace TAV
 {
 
-/// What the input string of a checksum is.
+/// What the input string of a checksum is. Any other value is refused.
 enum InputTypes : std::int32_t
 {
     INPUT_FILE_PATH = 1, ///< the path of a file to read
     INPUT_DATA = 2,      ///< the bytes to hash
 };
 
-/// Checksums, message authentication and base64. No operation throws or logs; each tells its outcome by its result.
+/// Checksums, message authentication and base64.
 ///
+/// No operation logs, and none throws but for want of memory (`std::bad_alloc`); each tells its outcome by its result.
 /// MD5, SHA-1 and HMAC-SHA1 serve here to identify things. They do not withstand an attacker who forges them.
+///
 /// The order of the operations is part of the binary interface.
 class TAV_EXPORT IQelSSL
 {
 public:
     virtual ~IQelSSL() = default;
 
-    /// Computes checksums as lowercase hex text: 32, 40 and 64 characters.
+    /// Computes checksums as lowercase hex text: MD5 (RFC 1321, 32 characters), SHA-1 and SHA-256 (FIPS 180-4, 40 and
+    /// 64 characters).
     ///
-    /// Of a file, all three, in one pass; `md5Hex`, `sha1Hex` and `sha256Hex` are assigned together, on success only.
-    /// A read error is not told from the end of the file: the checksums are then those of what was read, and a
+    /// Of a file, all three, in one pass and in constant memory; the three outputs are assigned together, on success
+    /// only. A read error is not told from the end of the file: the checksums are then those of what was read, and a
     /// directory gives those of the empty input. A FIFO blocks. Check for a regular file first.
     ///
     /// Of data, MD5 alone: `sha1Hex` and `sha256Hex` become empty, even when the call then fails. From its first zero
     /// byte on, the data is hashed as if it were zeros to its end.
     ///
-    /// @param input  a path or the data, as `type` says
-    /// @param type   any other value than the two is refused
-    /// @return false, with the outputs untouched but for the two named above, if the file cannot be opened or libcrypto
-    ///         fails
+    /// @param input      a path (cut at its first zero byte) or the data, as `type` says
+    /// @param type       `INPUT_FILE_PATH` or `INPUT_DATA`
+    /// @param md5Hex     receives the MD5 text
+    /// @param sha1Hex    receives the SHA-1 text, or is emptied
+    /// @param sha256Hex  receives the SHA-256 text, or is emptied
+    /// @return false, with the outputs untouched but for the two named above, if the type is another one, the file
+    ///         cannot be opened or libcrypto fails
     virtual bool getChecksumValues(
         std::string input, InputTypes type, std::string& md5Hex, std::string& sha1Hex, std::string& sha256Hex) = 0;
 
@@ -47,24 +53,28 @@ public:
     /// @return false if libcrypto fails
     virtual bool getHmacSha1(std::string data, std::string key, std::string& out) = 0;
 
-    /// Base64 (RFC 4648, section 4, padded, no line breaks) of `input`, which may hold zero bytes.
+    /// Base64 (RFC 4648, section 4, padded, no line breaks) of a string.
+    /// @param input  the bytes, zero bytes included
+    /// @param out    receives the text
     /// @return whether `out` is not empty: false for an empty input, which empties `out`
     virtual bool encodeBase64(std::string input, std::string& out) = 0;
 
-    /// The same encoding of a buffer, by libcrypto. Each call keeps one small block of memory for good.
+    /// The same encoding of a buffer, by libcrypto's BIO_f_base64(3). Each call keeps one small block of memory for
+    /// good: prefer `encodeBase64` where many texts are encoded.
     /// @param out     receives the text; untouched on failure
     /// @param buffer  the bytes; may be null if `length` is 0
-    /// @param length  how many; 0 gives true and an empty text
+    /// @param length  how many bytes, 0 or more; 0 gives true and an empty text
     /// @return false if libcrypto fails
     virtual bool base64EncodeInputBuffer(std::string& out, const unsigned char* buffer, int length) = 0;
 
-    /// Decodes base64 text into bytes. The text is taken as one line: a line break in its middle makes it fail.
+    /// Decodes base64 text (RFC 4648, section 4) into bytes. The text is taken as one line: a line break in its middle
+    /// makes it fail.
     ///
     /// The result counts when it is as long as the length and the padding of the text promise. Some odd texts pass that
     /// test: "====" (one zero byte), "=AAA", "Zg==Zg==", "Zm9vx" (as "Zm9v") and a text with a newline at its end.
     ///
     /// @param input  the text; 3 characters or fewer are refused
-    /// @param out    receives the bytes; empty on failure
+    /// @param out    receives the bytes, which may be zero bytes; empty on failure
     /// @return whether the text was decoded
     virtual bool decodeBase64(std::string input, std::string& out) = 0;
 };

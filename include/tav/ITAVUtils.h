@@ -12,20 +12,19 @@
 namespace TAV
 {
 
-/// Version of the running kernel: 2.6.24 is {2, 6, 24}.
+/// Version of the running kernel: 2.6.24 is {2, 6, 24}. The caller fills it, from uname(2) for instance.
 struct kernelVersion
 {
-    std::uint8_t major = 0;
-    std::uint8_t minor = 0;
-    std::uint8_t patch = 0;
+    std::uint8_t major = 0; ///< first number of the release
+    std::uint8_t minor = 0; ///< second number
+    std::uint8_t patch = 0; ///< third number; put 255 for a greater one, which no decision turns on
 };
 
 /// Runs external commands with a controlled set of open descriptors, and puts processes under a CPU quota.
 ///
-/// The order of the operations is part of the binary interface.
-///
 /// **The keep-map.** Both command operations take a `std::map<int, bool>` from descriptor to "keep open in the child".
-/// A descriptor that is absent, or present with `false`, is closed in the child. The pointer may be null.
+/// A descriptor that is absent, or present with `false`, is closed in the child. The pointer may be null. The map stays
+/// the caller's and is not kept after the call.
 ///
 /// **The child may come back.** Both command operations fork. When the program cannot be started, the child does not
 /// exit: the call returns in the child too, and the child goes on in the caller's code. Guard each call:
@@ -37,35 +36,62 @@ struct kernelVersion
 ///
 /// **The child ignores SIGTERM and SIGINT**, and that survives the start of the program: only SIGKILL, or a handler of
 /// the program's own, ends it. There is no time-out.
+///
+/// **Descriptors that are closed** are those up to the soft limit RLIMIT_NOFILE (getrlimit(2)). One that was opened
+/// above a limit lowered since then stays open in the child, unless it is marked close-on-exec.
+///
+/// **Failure.** Nothing is thrown but for want of memory and what the caller's own objects throw. Each failure is a
+/// result, and most of them a log line too.
+///
+/// The order of the operations is part of the binary interface.
 class TAV_EXPORT ITAVUtils
 {
 public:
     virtual ~ITAVUtils() = default;
 
-    /// The system clock, now. Any thread.
+    /// The system clock. Any thread; not logged.
+    /// @return `std::chrono::system_clock::now()`
     virtual std::chrono::system_clock::time_point getCurrentSystemClockNow() = 0;
 
-    /// Puts processes under a CPU quota through the cgroup v1 `cpu` controller.
-    /// @param pids       the processes; ids of 0 and below are skipped
-    /// @param limit      percentage of the whole machine: 100 is the full time of every CPU
+    /// Puts processes under a CPU quota through the cgroup v1 `cpu` controller: finds the controller, makes the
+    /// library's task group in it if it is missing, writes the group's quota, and moves the processes into it.
+    ///
+    /// The kernel's own answer to what is written is not looked at: it may refuse a quota (any below 1000 us, so limit
+    /// 0 too) or a process (one that is dead) while this call returns true. Read the files back to be sure. A refusal
+    /// by this call is logged at level 6; nothing that was done before it is undone.
+    ///
+    /// One thread at a time on one object. Source: the kernel's document "CFS Bandwidth Control".
+    ///
+    /// @param pids       the processes; ids of 0 and below are skipped, an empty set is refused
+    /// @param limit      percentage of the whole machine: 100 is the full time of every CPU; not capped. It holds for
+    ///                   the group as a whole, not for each process.
     /// @param groupName  accepted and not used: the group is one, shared by all users of this library on the host
     /// @return true when every step that is checked succeeded
     virtual bool setCPULimit(std::set<int> pids, unsigned short limit, std::string groupName) = 0;
 
     /// Does nothing. A limit stays in force until the processes leave the group by themselves, by exiting for instance.
+    /// @param pids       not used
+    /// @param groupName  not used
     virtual void removeCPULimit(std::set<int> pids, std::string groupName) = 0;
 
-    /// Runs a program in a child process, waits for it, and tells whether it exited with status 0.
+    /// Runs a program in a child process, waits for it, and tells whether it exited with status 0. The command line is
+    /// logged at level 6, whole; a call that cannot be made, at level 2. A program that fails is not logged.
     ///
-    /// Without a keep-map, or with one that keeps 2, the child's standard input and output go to /dev/null (standard
-    /// input ends up closed in most processes), its standard error goes to a pipe of this call, and nothing else stays
-    /// open, whatever the map says of other descriptors. With a keep-map that does not keep 2, exactly the kept
-    /// descriptors stay open and the rest of 0, 1 and 2 goes to /dev/null.
+    /// Without a keep-map, or with one that keeps 2, the child's standard error goes to a pipe of this call, its
+    /// standard output to /dev/null, and nothing else stays open but the two ends of that pipe, whatever the map says
+    /// of other descriptors. With a keep-map that does not keep 2, exactly the kept descriptors stay open and the rest
+    /// of 0, 1 and 2 goes to /dev/null. In both cases the lowest one that would go to /dev/null ends closed instead: as
+    /// a rule this is 0, standard input.
     ///
     /// Blocks until the child ends. In the pipe mode it blocks for ever when the child fails without a word on standard
-    /// error, and when the child writes more than the pipe holds (64 KiB) there.
+    /// error, and when the child writes more than the pipe holds (64 KiB, pipe(7)) there. A keep-map that does not keep
+    /// 2 avoids both.
     ///
-    /// @param argv           the program's path, used as it is (no search of PATH), and its arguments. Logged whole.
+    /// The program starts by execv(3) and inherits the environment. The wait is one waitpid(2), so a signal handler
+    /// without SA_RESTART, or SIGCHLD set to SIG_IGN, makes the call fail while the program may run on.
+    ///
+    /// @param argv           the program's path, used as it is (no search of PATH), and its arguments, each up to its
+    ///                       first zero byte
     /// @param fdsToKeepOpen  the keep-map, or null
     /// @return true only when the child exited normally with status 0; false also for an empty `argv`. In a child whose
     ///         /dev/null could not be opened: true, and that child runs on.
@@ -73,24 +99,31 @@ public:
                                       const std::map<int, bool>* fdsToKeepOpen) = 0;
 
     /// Runs a program like `executeSystemCommand`, with its standard output connected to the caller's pipe. When the
-    /// child fails, the first 200 bytes of its standard error are logged.
+    /// child fails, its raw wait status and the first 200 bytes of its standard error are logged at level 2. The
+    /// command line is not logged.
     ///
     /// Both ends of `outPipe` stay open in the caller: close the write end, then read. The call returns only when the
-    /// child has ended, so more output than the pipe holds (64 KiB) blocks it for ever, unless another thread reads.
-    /// A keep-map that does not keep 2 avoids the standard-error pipe, as above; a failing child's words are then lost.
+    /// child has ended, so more output than the pipe holds (64 KiB, pipe(7)) blocks it for ever, unless another thread
+    /// reads. A keep-map that does not keep 2 avoids the standard-error pipe, as above; a failing child's words are
+    /// then lost.
     ///
     /// @param argv           as for `executeSystemCommand`
-    /// @param fdsToKeepOpen  the keep-map, or null. Used only when it does not keep 2.
-    /// @param outPipe        two descriptors, read end first, as pipe(2) makes them
+    /// @param fdsToKeepOpen  the keep-map, or null. Used only when it does not keep 2; 1 is connected to the pipe
+    ///                       whatever it says.
+    /// @param outPipe        two descriptors, read end first, as pipe2(2) makes them; give it O_CLOEXEC, so that
+    ///                       children of other threads do not hold the write end
     /// @return true only when the child exited normally with status 0; false also for an empty `argv` or a null
     ///         `outPipe`, and in every child that comes back
     virtual bool
     readSystemCommandOutput(std::vector<std::string> argv, const std::map<int, bool>* fdsToKeepOpen, int* outPipe) = 0;
 
-    /// Whether the kernel is 2.6.24 or newer, as decided at construction. Any thread; no system call.
+    /// Tells whether CPU limits may be used at all. Any thread; no system call, no log line.
+    /// @return whether the kernel is 2.6.24 or newer, as decided at construction
     virtual bool isCGroupsSupported() = 0;
 
-    /// Whether the cgroup v1 `cpu` controller is mounted at one of the two places where it is looked for.
+    /// Looks for the cgroup v1 `cpu` controller at /sys/fs/cgroup/cpu,cpuacct, then at /cgroup/cpu, and remembers where
+    /// it is. One thread at a time on one object. Its absence is logged at level 6.
+    /// @return whether the files of the period and of the quota are both there at one of the two places
     virtual bool isDefaultCGroupsMountAvailable() = 0;
 };
 

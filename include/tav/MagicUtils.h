@@ -9,8 +9,8 @@ namespace TAV
 
 /// `IMagic` over libmagic. It neither logs nor takes collaborators.
 ///
-/// The destructor does not close the instance: call `magicClose` first, or the instance leaks. Queries before
-/// `magicOpen` are not guarded; libmagic answers them with null.
+/// **Ownership.** The destructor does not close the instance: call `magicClose` first, or the instance leaks. Queries
+/// before `magicOpen` are not guarded; libmagic answers them with null.
 class TAV_EXPORT MagicUtils : public IMagic
 {
 public:

@@ -9,8 +9,9 @@
 namespace TAV
 {
 
-/// `IQelArchiveUtils` through the command operation of an `ITAVUtils`. It writes no log lines of its own. It has no
-/// state that changes: any thread may call it, as far as the `ITAVUtils` allows it.
+/// `IQelArchiveUtils` through the command operation of an `ITAVUtils`. It writes no log lines of its own.
+///
+/// **Threads.** It has no state that changes: any thread may call it, as far as the `ITAVUtils` allows it.
 class TAV_EXPORT QelArchiveUtils : public IQelArchiveUtils
 {
 public:

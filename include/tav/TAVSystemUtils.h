@@ -7,8 +7,10 @@ namespace TAV
 
 /// The production system-call layer: forwards each operation to the C call that it is named after.
 ///
-/// It has no state, so one object serves any number of services and threads. It lives in a library of its own,
-/// `libtavsystemutils`: a product that brings its own `ITAVSystemUtils` need not link it.
+/// **Threads.** It has no state, so one object serves any number of services and threads.
+///
+/// It lives in a library of its own, `libtavsystemutils`: a product that brings its own `ITAVSystemUtils` need not link
+/// it.
 class TAV_EXPORT TAVSystemUtils : public ITAVSystemUtils
 {
 public:
