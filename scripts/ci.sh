@@ -1,0 +1,56 @@
+# shellcheck shell=sh
+# ./dev ci: everything that a change must pass, the quickest to fail first. Sourced by ./dev.
+#
+# Each compiler and each sanitizer builds everything once: g++ the everyday, address-sanitizer and release builds,
+# clang the thread-sanitizer build.
+
+CI=true
+export CI
+started=$(date +%s)
+
+# step TITLE COMMAND...
+step() {
+  title=$1
+  shift
+  printf '\n######## %s\n' "$title"
+  step_started=$(date +%s)
+  "$@"
+  now=$(date +%s)
+  printf '######## %s: %d s (%d s so far)\n' "$title" $((now - step_started)) $((now - started))
+}
+
+install_everything() {
+  # shellcheck disable=SC2086 # a list of names
+  need $ALL_GROUPS
+}
+
+# A subshell each: these are scripts, which may set what they like.
+check_format() (. scripts/format.sh)
+check_docs() (. scripts/docs.sh)
+check_lint() (. scripts/lint.sh)
+
+# The whole release build, and what can only be checked on its binaries.
+release_tests() {
+  build_preset release
+  run_tests release -L sanity
+}
+
+# Adds up what the test runner noted for each build.
+count_results() {
+  cat build/dev/junit.xml build/asan/junit.xml build/clang-tsan/junit.xml build/release/junit.xml |
+    awk -F'"' '
+      /^\ttests="/ { tests += $2 } /^\tfailures="/ { failed += $2 } /^\t(disabled|skipped)="/ { skipped += $2 }
+      END { printf "%d passed, %d failed, %d skipped\n", tests - failed - skipped, failed, skipped }'
+}
+
+step "packages" install_everything
+step "layout" check_format --check
+step "build and tests" cmd_test
+step "reference documentation" check_docs
+step "lint" check_lint
+step "release build: hardening, exports, installation" release_tests
+step "address, leak and undefined-behaviour sanitizers" cmd_asan
+step "clang, thread sanitizer" cmd_tsan --clang
+
+printf '\nAll steps passed in %d s. Tests of all builds together:\n' $(($(date +%s) - started))
+count_results
