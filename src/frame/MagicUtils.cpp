@@ -18,8 +18,10 @@ MagicUtils::~MagicUtils() = default;
 
 void MagicUtils::magicLoad(const char* path)
 {
-    if (magic_load(cookie, path) == -1)
-        throw FMXException(kDatabaseFailure, magic_error(cookie));
+    if (magic_load(cookie, path) != -1)
+        return;
+    const char* reason = magic_error(cookie);
+    throw FMXException(kDatabaseFailure, reason == nullptr ? "" : reason);
 }
 
 const char* MagicUtils::magicFile(const char* path)
