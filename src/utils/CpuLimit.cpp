@@ -50,7 +50,23 @@ const char* readPeriod(ITAVSystemUtils& systemUtils, const std::string& path, st
     return period == 0 ? kPeriodZero : nullptr;
 }
 
-/// Moves one process into the group; ids of 0 and below are skipped.
+/// Percent of all processors' time in one period. The product comes first, and both it and the period's bits are
+/// deliberately taken as unsigned: a negative period gives a huge quota, which the kernel refuses.
+std::uint64_t quotaOf(unsigned short limit, std::int64_t period, unsigned int cpuCount)
+{
+    return std::uint64_t{limit} * static_cast<std::uint64_t>(period) * cpuCount / 100;
+}
+
+/// Writes a number whole, as text: a locale's thousands separators must not get into it. The kernel's answer comes with
+/// the close and is deliberately not looked at.
+template <typename Number>
+void writeAndClose(std::ofstream& file, Number number)
+{
+    file << std::to_string(number);
+    file.close();
+}
+
+/// Moves one process into the group. Ids of 0 and below are skipped, but open the file all the same.
 /// @return false if the file of process ids cannot be opened
 bool addProcess(ITAVSystemUtils& systemUtils, const std::string& procsPath, int pid)
 {
@@ -59,8 +75,7 @@ bool addProcess(ITAVSystemUtils& systemUtils, const std::string& procsPath, int 
     if (!file.is_open())
         return false;
     if (pid > 0)
-        file << std::to_string(pid);
-    file.close();
+        writeAndClose(file, pid);
     return true;
 }
 
@@ -117,12 +132,7 @@ bool TAVUtils::setCPULimit(std::set<int> pids, unsigned short limit, std::string
     m_systemUtils->openOutputFile(quotaFile, quotaPath);
     if (!quotaFile.is_open())
         return refused(kQuotaNotOpened);
-    const std::uint64_t quota =
-        std::uint64_t{limit} * static_cast<std::uint64_t>(period) * getNumberOfAvailableCPUCores() / 100;
-    // Written whole as text: a locale's thousands separators must not get into it. The kernel's answer comes with the
-    // close and is deliberately not looked at.
-    quotaFile << std::to_string(quota);
-    quotaFile.close();
+    writeAndClose(quotaFile, quotaOf(limit, period, getNumberOfAvailableCPUCores()));
 
     for (const int pid : pids)
     {

@@ -1,0 +1,12 @@
+tav_add_test(
+  tav_unit_cgroup
+  SOURCES
+  CgroupDiscoveryTest.cpp
+  CgroupTaskGroupTest.cpp
+  CpuLimitFailureTest.cpp
+  CpuLimitPeriodTest.cpp
+  CpuLimitProcessorCountTest.cpp
+  CpuLimitTest.cpp
+  FakeCgroups.cpp
+  TIMEOUT
+  60)
