@@ -22,6 +22,17 @@ install(
   FILES "${PROJECT_BINARY_DIR}/tavutilsConfig.cmake" "${PROJECT_BINARY_DIR}/tavutilsConfigVersion.cmake"
   DESTINATION "${TAV_CMAKE_DIR}")
 
+# The pkg-config files find the prefix from where they lie, so that an installation can be moved. A directory given
+# as an absolute path stands as it is; cmake_path() replaces the prefix by it.
+cmake_path(APPEND TAV_PC_INCLUDEDIR "\${prefix}" "${CMAKE_INSTALL_INCLUDEDIR}")
+cmake_path(APPEND TAV_PC_LIBDIR "\${prefix}" "${CMAKE_INSTALL_LIBDIR}")
+if(IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}")
+  set(TAV_PC_PREFIX "${CMAKE_INSTALL_PREFIX}")
+else()
+  file(RELATIVE_PATH up "/prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/prefix")
+  string(REGEX REPLACE "/$" "" up "${up}")
+  cmake_path(APPEND TAV_PC_PREFIX "\${pcfiledir}" "${up}")
+endif()
 foreach(name tavutils tavsystemutils)
   configure_file("${CMAKE_CURRENT_LIST_DIR}/${name}.pc.in" "${PROJECT_BINARY_DIR}/${name}.pc" @ONLY)
   install(FILES "${PROJECT_BINARY_DIR}/${name}.pc" DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig")

@@ -1,0 +1,187 @@
+// Sizes and data members of the public classes: programs that derive from them or hold them by value depend on these.
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <type_traits>
+#include <vector>
+
+#include <gmock/gmock.h>
+
+#include "support/RecordingLogger.h"
+#include "tav/FMXException.h"
+#include "tav/ILogger.h"
+#include "tav/MagicUtils.h"
+#include "tav/QelArchiveUtils.h"
+#include "tav/QelSSLUtils.h"
+#include "tav/TAVSystemUtils.h"
+#include "tav/TAVUtils.h"
+
+namespace TAV::test
+{
+namespace
+{
+
+template <typename Class>
+class InterfaceShapeTest : public testing::Test
+{
+};
+using Interfaces = testing::Types<IMagic, ITAVUtils, IQelSSL, IQelArchiveUtils, ITAVSystemUtils, ILogger>;
+TYPED_TEST_SUITE(InterfaceShapeTest, Interfaces);
+
+TYPED_TEST(InterfaceShapeTest, HasNoData)
+{
+    EXPECT_EQ(sizeof(TypeParam), sizeof(void*));
+}
+
+TYPED_TEST(InterfaceShapeTest, IsAbstract)
+{
+    EXPECT_TRUE(std::is_abstract_v<TypeParam>);
+}
+
+TYPED_TEST(InterfaceShapeTest, HasAVirtualDestructor)
+{
+    EXPECT_TRUE(std::has_virtual_destructor_v<TypeParam>);
+}
+
+template <typename Class>
+class ImplementationShapeTest : public testing::Test
+{
+};
+using Implementations = testing::Types<MagicUtils, TAVUtils, QelSSLUtils, QelArchiveUtils, TAVSystemUtils>;
+TYPED_TEST_SUITE(ImplementationShapeTest, Implementations);
+
+TYPED_TEST(ImplementationShapeTest, CannotBeCopied)
+{
+    EXPECT_FALSE(std::is_copy_constructible_v<TypeParam>);
+    EXPECT_FALSE(std::is_copy_assignable_v<TypeParam>);
+}
+
+TYPED_TEST(ImplementationShapeTest, CannotBeMoved)
+{
+    EXPECT_FALSE(std::is_move_constructible_v<TypeParam>);
+    EXPECT_FALSE(std::is_move_assignable_v<TypeParam>);
+}
+
+TYPED_TEST(ImplementationShapeTest, CanBeDerivedFrom)
+{
+    EXPECT_FALSE(std::is_final_v<TypeParam>);
+}
+
+TEST(ClassShapeTest, ServicesWithoutLoggerAreDefaultConstructed)
+{
+    EXPECT_TRUE(std::is_default_constructible_v<MagicUtils>);
+    EXPECT_TRUE(std::is_default_constructible_v<QelSSLUtils>);
+    EXPECT_TRUE(std::is_default_constructible_v<TAVSystemUtils>);
+}
+
+TEST(ClassShapeTest, UtilsTakeSystemLoggerAndVersionInThatOrder)
+{
+    EXPECT_TRUE((
+        std::is_constructible_v<TAVUtils, std::shared_ptr<ITAVSystemUtils>, ILogger&, std::shared_ptr<kernelVersion>>));
+}
+
+TEST(ClassShapeTest, ArchiveTakesLoggerAndUtilsInThatOrder)
+{
+    EXPECT_TRUE((std::is_constructible_v<QelArchiveUtils, ILogger&, std::shared_ptr<ITAVUtils>>));
+}
+
+TEST(ClassShapeTest, ServicesWithoutStateHaveNoData)
+{
+    EXPECT_EQ(sizeof(QelSSLUtils), sizeof(void*));
+    EXPECT_EQ(sizeof(TAVSystemUtils), sizeof(void*));
+}
+
+TEST(ClassShapeTest, KernelVersionIsThreeBytesInOrder)
+{
+    EXPECT_EQ(sizeof(kernelVersion), 3U);
+    EXPECT_EQ(offsetof(kernelVersion, major), 0U);
+    EXPECT_EQ(offsetof(kernelVersion, minor), 1U);
+    EXPECT_EQ(offsetof(kernelVersion, patch), 2U);
+}
+
+TEST(ClassShapeTest, ExceptionIsPlain)
+{
+    EXPECT_FALSE(std::is_polymorphic_v<FMXException>);
+    EXPECT_FALSE((std::is_base_of_v<std::exception, FMXException>));
+}
+
+TEST(ClassShapeTest, MagicHoldsItsHandleAlone)
+{
+    EXPECT_EQ(sizeof(MagicUtils), 2 * sizeof(void*));
+}
+
+// The layouts as they would be without a compiler's help, each member where it is expected.
+struct UtilsLayout
+{
+    void* table;
+    std::shared_ptr<ITAVSystemUtils> systemUtils;
+    ILogger* logger;
+    std::string componentName;
+    std::shared_ptr<kernelVersion> version;
+    bool isCGroupsSupported;
+    std::string cpuCgroupPath;
+};
+
+struct ArchiveLayout
+{
+    void* table;
+    ILogger* logger;
+    std::string componentName;
+    std::shared_ptr<ITAVUtils> utils;
+};
+
+// Makes `reach(Tag{})` a pointer to a private member, for looking at where it lies. An explicit instantiation may name
+// private members; the friend that it defines carries the pointer out.
+#define TAV_REACH_PRIVATE(Tag, Class, name, Type)                                                                      \
+    struct Tag                                                                                                         \
+    {                                                                                                                  \
+        friend Type Class::*reach(Tag);                                                                                \
+    };                                                                                                                 \
+    template <Type Class::*pointer>                                                                                    \
+    struct Tag##Reach                                                                                                  \
+    {                                                                                                                  \
+        friend Type Class::*reach(Tag /*unused*/) { return pointer; }                                                  \
+    };                                                                                                                 \
+    template struct Tag##Reach<&Class::name>
+
+TAV_REACH_PRIVATE(UtilsSystem, TAVUtils, m_systemUtils, std::shared_ptr<ITAVSystemUtils>);
+TAV_REACH_PRIVATE(UtilsComponent, TAVUtils, m_componentName, std::string);
+TAV_REACH_PRIVATE(UtilsVersion, TAVUtils, m_kernelVersion, std::shared_ptr<kernelVersion>);
+TAV_REACH_PRIVATE(UtilsSupported, TAVUtils, m_isCGroupsSupported, bool);
+TAV_REACH_PRIVATE(UtilsPath, TAVUtils, m_cpuCgroupPath, std::string);
+TAV_REACH_PRIVATE(ArchiveComponent, QelArchiveUtils, m_componentName, std::string);
+TAV_REACH_PRIVATE(ArchiveUtils, QelArchiveUtils, m_utils, std::shared_ptr<ITAVUtils>);
+
+/// Where a member lies in its object. References have no member pointers: theirs is the gap that is left.
+template <typename Class, typename Member>
+std::size_t offsetIn(Class& object, Member Class::*member)
+{
+    const auto* start = reinterpret_cast<const char*>(&object);
+    return static_cast<std::size_t>(reinterpret_cast<const char*>(&(object.*member)) - start);
+}
+
+TEST(ClassShapeTest, MembersOfUtilsStandInOrder)
+{
+    RecordingLogger logger;
+    TAVUtils object(nullptr, logger, std::make_shared<kernelVersion>());
+
+    EXPECT_EQ(sizeof(TAVUtils), sizeof(UtilsLayout));
+    EXPECT_EQ(offsetIn(object, reach(UtilsSystem{})), offsetof(UtilsLayout, systemUtils));
+    EXPECT_EQ(offsetIn(object, reach(UtilsComponent{})), offsetof(UtilsLayout, componentName));
+    EXPECT_EQ(offsetIn(object, reach(UtilsVersion{})), offsetof(UtilsLayout, version));
+    EXPECT_EQ(offsetIn(object, reach(UtilsSupported{})), offsetof(UtilsLayout, isCGroupsSupported));
+    EXPECT_EQ(offsetIn(object, reach(UtilsPath{})), offsetof(UtilsLayout, cpuCgroupPath));
+}
+
+TEST(ClassShapeTest, MembersOfArchiveStandInOrder)
+{
+    RecordingLogger logger;
+    QelArchiveUtils object(logger, nullptr);
+
+    EXPECT_EQ(sizeof(QelArchiveUtils), sizeof(ArchiveLayout));
+    EXPECT_EQ(offsetIn(object, reach(ArchiveComponent{})), offsetof(ArchiveLayout, componentName));
+    EXPECT_EQ(offsetIn(object, reach(ArchiveUtils{})), offsetof(ArchiveLayout, utils));
+}
+
+} // namespace
+} // namespace TAV::test
