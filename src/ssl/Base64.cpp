@@ -4,6 +4,7 @@
 #include <openssl/buffer.h>
 #include <openssl/evp.h>
 
+#include <algorithm>
 #include <cmath>
 #include <memory>
 
@@ -28,6 +29,25 @@ std::size_t paddingOf(const std::string& text)
     return text[text.size() - 2] == '=' ? 2 : 1;
 }
 
+/// From this input on it pays to make room for the text beforehand: the block is copied each time it grows.
+constexpr int kLargeInput = 64 * 1024;
+
+std::size_t encodedSize(int length)
+{
+    return static_cast<std::size_t>(std::ceil(length / 3.0) * 4);
+}
+
+/// Does nothing if that much cannot be had: then writing grows the block, or fails.
+void makeRoom(BIO* memory, std::size_t size)
+{
+    BUF_MEM* block = nullptr;
+    BIO_get_mem_ptr(memory, &block);
+    if (block == nullptr)
+        return;
+    BUF_MEM_grow(block, size);
+    block->length = 0; // still empty
+}
+
 } // namespace
 
 bool QelSSLUtils::encodeBase64(std::string input, std::string& out)
@@ -36,10 +56,8 @@ bool QelSSLUtils::encodeBase64(std::string input, std::string& out)
         boost::archive::iterators::base64_from_binary<boost::archive::iterators::transform_width<const char*, 6, 8>>;
 
     const std::size_t length = input.size();
-    std::string text;
-    text.reserve((length + 2) / 3 * 4);
-    text.assign(Encoder(input.data()), Encoder(input.data() + length));
-    text.append((3 - length % 3) % 3, '=');
+    std::string text((length + 2) / 3 * 4, '='); // what the encoder leaves over is the padding
+    std::copy(Encoder(input.data()), Encoder(input.data() + length), text.begin());
     out = std::move(text);
     return !out.empty();
 }
@@ -55,6 +73,8 @@ bool QelSSLUtils::base64EncodeInputBuffer(std::string& out, const unsigned char*
     const BioChain chain(BIO_push(filter, memory));
     BIO_set_flags(chain.get(), BIO_FLAGS_BASE64_NO_NL);
 
+    if (length >= kLargeInput)
+        makeRoom(memory, encodedSize(length));
     // libcrypto answers 0 to a write of no bytes, which here is no failure.
     if (length != 0 && BIO_write(chain.get(), buffer, length) != length)
         return false;
@@ -68,8 +88,7 @@ bool QelSSLUtils::base64EncodeInputBuffer(std::string& out, const unsigned char*
         return false;
     if (encoded == nullptr)
         return false;
-    const auto size = static_cast<std::size_t>(std::ceil(length / 3.0) * 4);
-    out = std::string(encoded->data, size);
+    out = std::string(encoded->data, encodedSize(length));
     return true;
 }
 

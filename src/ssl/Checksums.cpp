@@ -25,7 +25,7 @@ std::string hexText(QelSSLUtils& ssl, const Digest<DigestSize>& digest)
 {
     std::array<char, DigestSize * 2 + 1> text{};
     ssl.hexEncodeBytesIntoString(digest.data(), DigestSize, text.data(), static_cast<unsigned int>(text.size()));
-    return text.data();
+    return {text.data(), text.size() - 1};
 }
 
 struct FileClose
@@ -88,7 +88,7 @@ bool digestData(const std::string& data, MD5_CTX& context, Digest<MD5_DIGEST_LEN
 bool QelSSLUtils::getChecksumValues(
     std::string input, InputTypes type, std::string& md5Hex, std::string& sha1Hex, std::string& sha256Hex)
 {
-    Digests digests{};
+    Digests digests;
     if (MD5_Init(&digests.md5Context) == 0)
         return false;
 

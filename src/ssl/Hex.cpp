@@ -1,14 +1,28 @@
 #include "tav/QelSSLUtils.h"
 
+#include <string_view>
+
 namespace TAV
 {
+namespace
+{
+
+constexpr std::string_view kDigits = "0123456789abcdef";
+
+/// File-local so that the encoder's loop can inline it, which an exported member cannot be.
+constexpr char digitOf(unsigned char nibble)
+{
+    // Values above 15 deliberately map past 'f'.
+    return nibble < kDigits.size() ? kDigits[nibble] : static_cast<char>(nibble - 10 + 'a');
+}
+
+} // namespace
 
 QelSSLUtils::~QelSSLUtils() = default;
 
 char QelSSLUtils::hexDigitToChar(unsigned char nibble)
 {
-    // Values above 15 deliberately map past 'f'.
-    return static_cast<char>(nibble <= 9 ? nibble + '0' : nibble - 10 + 'a');
+    return digitOf(nibble);
 }
 
 int QelSSLUtils::hexEncodeBytesIntoString(const void* bytes, unsigned int length, char* out, unsigned int outSize)
@@ -19,8 +33,8 @@ int QelSSLUtils::hexEncodeBytesIntoString(const void* bytes, unsigned int length
     const auto* byte = static_cast<const unsigned char*>(bytes);
     for (unsigned int i = 0; i < length; ++i)
     {
-        *out++ = hexDigitToChar(byte[i] >> 4);
-        *out++ = hexDigitToChar(byte[i] & 0x0f);
+        *out++ = digitOf(byte[i] >> 4);
+        *out++ = digitOf(byte[i] & 0x0f);
     }
     *out = '\0';
     return static_cast<int>(needed);

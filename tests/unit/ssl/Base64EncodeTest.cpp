@@ -141,6 +141,21 @@ TEST(Base64EncodeBufferTest, AgreesWithTheIteratorsUpTo300InOneLine)
     }
 }
 
+// From 64 kB on, room for the text is made beforehand.
+TEST(Base64EncodeBufferTest, AgreesWithTheIteratorsAroundTheSizeThatCountsAsLarge)
+{
+    QelSSLUtils ssl;
+    for (const unsigned int length : {65534U, 65535U, 65536U, 65537U, 65538U})
+    {
+        const std::string bytes = randomBytes(length);
+        std::string byChain;
+        std::string byIterators;
+        EXPECT_TRUE(encodeBuffer(ssl, byChain, bytes));
+        EXPECT_TRUE(ssl.encodeBase64(bytes, byIterators));
+        EXPECT_TRUE(byChain == byIterators) << length;
+    }
+}
+
 TEST(Base64EncodeBufferTest, LargeBufferIsOneLineToo)
 {
     QelSSLUtils ssl;

@@ -193,6 +193,18 @@ TEST_F(EncodingFaultsTest, MissingBlockGivesFalseAfterTheChainIsSetToKeepIt)
     EXPECT_THAT(faults.aliveBios(), IsEmpty());
 }
 
+TEST_F(EncodingFaultsTest, LargeInputIsEncodedAlsoWhenNoRoomIsMadeBeforehand)
+{
+    const std::string large(100000, 'x');
+    CryptoFaults faults;
+    faults.fail("BIO_get_mem_ptr");
+    EXPECT_TRUE(ssl.base64EncodeInputBuffer(out, reinterpret_cast<const unsigned char*>(large.data()), 100000));
+    EXPECT_TRUE(faults.hasFailed());
+    EXPECT_EQ(out.size(), 133336U);
+    EXPECT_EQ(out.substr(0, 8), "eHh4eHh4");
+    freeBlock(faults.encodedBlock());
+}
+
 TEST_F(EncodingFaultsTest, DecodingMakesTheseCallsInOrder)
 {
     CryptoFaults faults;
