@@ -1,0 +1,180 @@
+// Thousands of commands from several threads leave nothing behind.
+
+#include <gmock/gmock.h>
+#include <malloc.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <filesystem>
+#include <set>
+#include <stdexcept>
+#include <thread>
+
+#include "CommandScene.h"
+#include "support/SacrificialProcess.h"
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define TAV_SANITIZED 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define TAV_SANITIZED 1
+#endif
+#endif
+
+#ifdef TAV_SANITIZED
+#include <sanitizer/allocator_interface.h>
+#endif
+
+namespace TAV::test
+{
+namespace
+{
+
+constexpr int kThreads = 8;
+#ifdef TAV_SANITIZED
+constexpr int kRuns = 2000; // a sanitizer makes each fork several times as slow
+#else
+constexpr int kRuns = 10000;
+#endif
+/// A byte lost in each run would take at least 32 from the heap: five times this in 10,000 runs.
+constexpr std::size_t kHeapTolerance = 64000;
+
+std::size_t heapInUse()
+{
+#ifdef TAV_SANITIZED
+    return __sanitizer_get_current_allocated_bytes();
+#else
+    const struct mallinfo2 info = ::mallinfo2();
+    return info.uordblks + info.hblkhd;
+#endif
+}
+
+/// Counts, so that the log itself does not grow.
+class CountingLogger : public ILogger
+{
+public:
+    void log(int, std::string) override { ++m_lines; }
+    void log(int, std::string, const std::string&) override { ++m_lines; }
+    int lines() const { return m_lines; }
+
+private:
+    int m_lines = 0;
+};
+
+/// One thread's share: its own object, and every kind of run in turn.
+class Runner
+{
+public:
+    Runner()
+        : m_utils(std::make_shared<TAVSystemUtils>(), m_logger, std::make_shared<kernelVersion>(kernelVersion{6, 1, 0}))
+    {
+    }
+
+    void run(int count)
+    {
+        const pid_t before = ::getpid();
+        for (int i = 0; i < count; ++i)
+        {
+            const bool asExpected = runOne(i % 6);
+            if (::getpid() != before)
+                ::_exit(kExitOfReturnedChild);
+            m_surprises += asExpected ? 0 : 1;
+        }
+    }
+
+    int surprises() const { return m_surprises; }
+    int lines() const { return m_logger.lines(); }
+
+private:
+    bool runOne(int kind)
+    {
+        switch (kind)
+        {
+        case 0:
+            return m_utils.executeSystemCommand({kAct}, nullptr);
+        case 1:
+            return m_utils.executeSystemCommand({kAct, "err=text"}, &kKeepNothing);
+        case 2:
+            return !m_utils.executeSystemCommand({kAct, "err=text", "exit=1"}, nullptr);
+        case 3:
+            return !m_utils.executeSystemCommand({kAct, "exit=1"}, &kKeepNothing);
+        case 4:
+            return captures({kAct, "out=text"}, nullptr, true);
+        default:
+            return captures({kAct, "out=text", "err=reason", "exit=1"}, nullptr, false);
+        }
+    }
+
+    bool captures(const std::vector<std::string>& argv, const KeepMap* keep, bool success)
+    {
+        OutputPipe pipe;
+        return m_utils.readSystemCommandOutput(argv, keep, pipe.ends()) == success && pipe.takeText() == "text";
+    }
+
+    CountingLogger m_logger;
+    TAVUtils m_utils;
+    int m_surprises = 0;
+};
+
+/// @return how many runs did not end as they should
+int runOnThreads(int runs)
+{
+    std::atomic<int> surprises{0};
+    std::vector<std::thread> threads;
+    for (int i = 0; i < kThreads; ++i)
+    {
+        threads.emplace_back(
+            [&surprises, runs]
+            {
+                Runner runner;
+                runner.run(runs / kThreads);
+                surprises += runner.surprises();
+            });
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+    return surprises;
+}
+
+std::set<std::string> openDescriptors()
+{
+    std::set<std::string> open;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd"))
+        open.insert(entry.path().filename().string() + " " +
+                    describeDescriptor(::getpid(), std::stoi(entry.path().filename())));
+    return open;
+}
+
+/// In a process of its own: notes what is not as before.
+void runAndCompare(SharedNotes& notes)
+{
+    runOnThreads(kThreads * 6); // whatever is allocated once and kept
+    const std::set<std::string> descriptors = openDescriptors();
+    const std::size_t heap = heapInUse();
+
+    const int surprises = runOnThreads(kRuns);
+
+    const std::size_t heapAfter = heapInUse();
+    if (surprises != 0)
+        notes.add(std::to_string(surprises) + " runs did not end as they should");
+    if (openDescriptors() != descriptors)
+        notes.add("the open descriptors are not the same");
+    if (::waitpid(-1, nullptr, WNOHANG) != -1 || errno != ECHILD)
+        notes.add("children are left");
+    if (heapAfter > heap + kHeapTolerance)
+        notes.add("the heap grew from " + std::to_string(heap) + " to " + std::to_string(heapAfter));
+    notes.add("done");
+}
+
+TEST(ManyRunsTest, EightThreadsLeaveNoDescriptorNoChildAndNoMemory)
+{
+    SharedNotes notes;
+    SacrificialProcess process([&] { runAndCompare(notes); });
+    EXPECT_EQ(process.wait(4 * SacrificialProcess::kPatience), 0);
+    EXPECT_EQ(notes.text(), "done\n");
+}
+
+} // namespace
+} // namespace TAV::test
