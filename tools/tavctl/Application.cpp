@@ -2,8 +2,9 @@
 
 #include <array>
 #include <exception>
+#include <iostream>
 
-#include "common/Password.h"
+#include "common/Text.h"
 #include "tav/FMXException.h"
 #include "tavctl/Commands.h"
 
@@ -12,7 +13,7 @@ namespace tavctl
 namespace
 {
 
-constexpr std::array<Registration, 7> kSubcommands{
+constexpr std::array<Registration, 8> kSubcommands{
     registerMime,
     registerChecksum,
     registerHmac,
@@ -20,6 +21,7 @@ constexpr std::array<Registration, 7> kSubcommands{
     registerRun,
     registerCapture,
     registerArchive,
+    registerCpuLimit,
 };
 
 constexpr const char* kAbout = "The services of libtavutils on the command line.";
@@ -27,7 +29,7 @@ constexpr const char* kFooter =
     "Exit codes: 0 success, 1 failure (the reason stands on standard error), 2 bad arguments.\n"
     "\n"
     "Examples:\n"
-    "  tavctl mime /bin/sh /etc/passwd\n"
+    "  tavctl mime /bin/bash /etc/passwd\n"
     "  tavctl --json checksum /bin/sh\n"
     "  tavctl hmac --key-file key.txt message.txt\n"
     "  tavctl SUBCOMMAND --help   more examples for each one";
@@ -72,6 +74,18 @@ int perform(const Action& action, Context& context)
     return kFailure;
 }
 
+/// Prints what the parser has to say: help, version, or a complaint.
+int refuse(const CLI::App& app, const CLI::ParseError& error)
+{
+    const std::vector<std::string> unknown = app.remaining();
+    if (error.get_name() == "RequiredError" && app.get_subcommands().empty() && !unknown.empty())
+    {
+        std::cerr << "tavctl: " << programs::printable(unknown.front()) << ": no such subcommand (see tavctl --help)\n";
+        return kUsage;
+    }
+    return app.exit(error) == 0 ? kSuccess : kUsage;
+}
+
 } // namespace
 
 int run(int argc, const char* const* argv)
@@ -88,7 +102,7 @@ int run(int argc, const char* const* argv)
     }
     catch (const CLI::ParseError& error)
     {
-        return app.exit(error) == 0 ? kSuccess : kUsage;
+        return refuse(app, error);
     }
     Console console(globals.json);
     StderrLogger logger(globals.verbose);

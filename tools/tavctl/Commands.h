@@ -50,5 +50,6 @@ void registerBase64(CLI::App& app, Action& chosen);
 void registerRun(CLI::App& app, Action& chosen);
 void registerCapture(CLI::App& app, Action& chosen);
 void registerArchive(CLI::App& app, Action& chosen);
+void registerCpuLimit(CLI::App& app, Action& chosen);
 
 } // namespace tavctl

@@ -12,7 +12,7 @@ namespace
 {
 
 constexpr const char* kExamples = "Examples:\n"
-                                  "  tavctl mime /bin/sh ~/photo.jpg\n"
+                                  "  tavctl mime /bin/bash ~/photo.jpg\n"
                                   "  tavctl mime --json *.pdf";
 
 /// libmagic with its default database, released at the end.

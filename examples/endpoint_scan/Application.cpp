@@ -1,0 +1,242 @@
+#include "endpoint_scan/Application.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <filesystem>
+#include <memory>
+
+#include "common/GuardedUtils.h"
+#include "common/KernelVersion.h"
+#include "common/Text.h"
+#include "endpoint_scan/ExitCodes.h"
+#include "endpoint_scan/Interrupt.h"
+#include "endpoint_scan/Logger.h"
+#include "endpoint_scan/Options.h"
+#include "endpoint_scan/Progress.h"
+#include "endpoint_scan/Quarantine.h"
+#include "endpoint_scan/Report.h"
+#include "endpoint_scan/Scanner.h"
+#include "tav/FMXException.h"
+#include "tav/QelArchiveUtils.h"
+#include "tav/TAVSystemUtils.h"
+#include "tav/TAVUtils.h"
+
+namespace endpointscan
+{
+namespace
+{
+
+/// The services, wired up as a daemon does it once at its start.
+class Services
+{
+public:
+    explicit Services(const Options& options)
+        : m_logger(makeSink(options.logFile, options.isVerbose)),
+          m_utils(std::make_shared<TAV::TAVUtils>(std::make_shared<TAV::TAVSystemUtils>(),
+                                                  m_logger,
+                                                  std::make_shared<TAV::kernelVersion>(programs::runningKernel()))),
+          m_archives(m_logger, std::make_shared<programs::GuardedUtils>(m_utils))
+    {
+    }
+
+    Quarantine openQuarantine(const Options& options, const std::string& password)
+    {
+        m_logger.hide(password);
+        return {options.quarantine, m_archives, password};
+    }
+
+private:
+    Logger m_logger;
+    std::shared_ptr<TAV::ITAVUtils> m_utils;
+    TAV::QelArchiveUtils m_archives;
+};
+
+std::string passwordFor(const Options& options)
+{
+    programs::SecretSource source = options.password;
+    source.prompt = !source.isGiven();
+    try
+    {
+        return programs::readPassword(source);
+    }
+    catch (const programs::SecretError& error)
+    {
+        throw UsageError(std::string("password: ") + error.what());
+    }
+}
+
+void print(const std::string& text)
+{
+    if (std::fputs(text.c_str(), stdout) < 0 || std::fflush(stdout) != 0)
+        throw std::runtime_error("cannot write to standard output");
+}
+
+void writeReport(const Options& options, const nlohmann::json& report)
+{
+    constexpr int kIndent = 2;
+    if (!options.json.empty())
+        writeAtomically(options.json, report.dump(kIndent) + "\n");
+}
+
+std::string now()
+{
+    return timeText(std::time(nullptr));
+}
+
+/// Moves what is denied into the quarantine and notes in each finding what became of it.
+void quarantineDenied(Quarantine& quarantine, ScanReport& report)
+{
+    std::vector<Finding*> denied;
+    std::vector<RecordEntry> entries;
+    for (Finding& finding : report.findings)
+    {
+        if (finding.verdict != Verdict::Denied)
+            continue;
+        denied.push_back(&finding);
+        entries.push_back({finding.path, "", finding.facts});
+    }
+    if (denied.empty())
+        return;
+    const StoreResult result = quarantine.store(report.root, std::move(entries), isInterrupted);
+    report.archive = result.archive;
+    report.record = result.record;
+    for (std::size_t i = 0; i < denied.size(); ++i)
+    {
+        denied[i]->reason = result.problems[i];
+        if (result.problems[i].empty())
+            denied[i]->verdict = Verdict::Quarantined;
+    }
+}
+
+int exitCodeOf(const std::vector<Finding>& findings)
+{
+    if (countOf(findings, Verdict::Denied) > 0)
+        return isInterrupted() ? kInterrupted : kQuarantineFailed;
+    if (countOf(findings, Verdict::Failed) > 0)
+        return kNotAllExamined;
+    return countOf(findings, Verdict::Quarantined) > 0 ? kDenied : kClean;
+}
+
+std::vector<Finding>
+scanWithProgress(const Options& options, int root, const Quarantine& quarantine, const DenyList& denyList)
+{
+    Progress progress;
+    ScanSettings settings;
+    settings.root = root;
+    settings.excluded = {quarantine.identity()};
+    settings.threads = options.threads;
+    settings.isCancelled = isInterrupted;
+    settings.onProgress = [&progress](std::size_t done, std::size_t all) { progress.show(done, all); };
+    return scan(settings, denyList);
+}
+
+int runScan(const Options& options)
+{
+    const DenyList denyList = DenyList::load(options.denyList);
+    std::error_code error;
+    ScanReport report;
+    report.root = std::filesystem::canonical(options.directory, error).string();
+    if (error || !std::filesystem::is_directory(report.root, error))
+        throw UsageError(programs::printable(options.directory) + ": not a directory");
+    const std::string password = passwordFor(options);
+    noteInterrupts();
+
+    Services services(options);
+    Quarantine quarantine = services.openQuarantine(options, password);
+    const Fd root = openDirectory(report.root);
+    report.denyList = options.denyList;
+    report.denied = denyList.size();
+    report.started = now();
+    report.findings = scanWithProgress(options, root.get(), quarantine, denyList);
+    const bool isComplete = !isInterrupted();
+    if (isComplete)
+        quarantineDenied(quarantine, report);
+    report.finished = now();
+    report.exitCode = isComplete ? exitCodeOf(report.findings) : kInterrupted;
+    print(scanTable(report));
+    writeReport(options, scanJson(report));
+    return report.exitCode;
+}
+
+int runRestore(const Options& options)
+{
+    const std::string password = passwordFor(options);
+    noteInterrupts();
+    Services services(options);
+    Quarantine quarantine = services.openQuarantine(options, password);
+    std::vector<RestoreResult> results;
+    bool isComplete = true;
+    for (const std::string& id : options.archive.empty() ? quarantine.ids() : std::vector{options.archive})
+    {
+        results.push_back(quarantine.restore(id, options.target, isInterrupted));
+        const std::vector<std::string>& problems = results.back().problems;
+        isComplete &= std::all_of(problems.begin(), problems.end(), [](const std::string& p) { return p.empty(); });
+    }
+    int exitCode = isComplete ? kClean : kQuarantineFailed;
+    if (!isComplete && isInterrupted())
+        exitCode = kInterrupted;
+    print(restoreTable(results));
+    writeReport(options, restoreJson(results, exitCode));
+    return exitCode;
+}
+
+int runList(const Options& options)
+{
+    Services services(options);
+    const Quarantine quarantine = services.openQuarantine(options, "");
+    std::vector<Record> records;
+    for (const std::string& id : quarantine.ids())
+        records.push_back(quarantine.record(id));
+    print(listTable(records));
+    writeReport(options, listJson(records));
+    return kClean;
+}
+
+int perform(const Options& options)
+{
+    switch (options.command)
+    {
+    case Command::Scan:
+        return runScan(options);
+    case Command::Restore:
+        return runRestore(options);
+    case Command::List:
+        return runList(options);
+    }
+    return kFailure;
+}
+
+void complain(const std::string& message)
+{
+    std::fputs(("endpoint_scan: " + message + "\n").c_str(), stderr);
+}
+
+} // namespace
+
+int run(int argc, const char* const* argv)
+{
+    int exitCode = kClean;
+    const std::optional<Options> options = parseOptions(argc, argv, exitCode);
+    if (!options)
+        return exitCode;
+    try
+    {
+        return perform(*options);
+    }
+    catch (const UsageError& error)
+    {
+        complain(error.what());
+        return kUsage;
+    }
+    catch (const TAV::FMXException& error)
+    {
+        complain(error.message);
+    }
+    catch (const std::exception& error)
+    {
+        complain(error.what());
+    }
+    return isInterrupted() ? kInterrupted : kFailure;
+}
+
+} // namespace endpointscan

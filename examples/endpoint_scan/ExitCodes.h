@@ -1,0 +1,15 @@
+#pragma once
+
+namespace endpointscan
+{
+
+// What a caller learns from the exit status; --help and docs/endpoint_scan.md list the same.
+constexpr int kClean = 0;             ///< nothing denied; restored; listed
+constexpr int kDenied = 1;            ///< denied files were found, and all of them are in the quarantine now
+constexpr int kUsage = 2;             ///< bad arguments, or a bad deny list
+constexpr int kNotAllExamined = 3;    ///< some files could not be examined
+constexpr int kQuarantineFailed = 4;  ///< a denied file is still in its place, or a file was not restored
+constexpr int kFailure = 5;           ///< the work could not be done at all
+constexpr int kInterrupted = 128 + 2; ///< SIGINT or SIGTERM; nothing is half done
+
+} // namespace endpointscan

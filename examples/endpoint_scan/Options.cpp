@@ -1,0 +1,124 @@
+#include "endpoint_scan/Options.h"
+
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <thread>
+
+#include "endpoint_scan/ExitCodes.h"
+
+namespace endpointscan
+{
+namespace
+{
+
+constexpr unsigned int kMostThreads = 256;
+
+constexpr const char* kAbout =
+    "Finds denied files below a directory and moves them into a password-protected quarantine.";
+constexpr const char* kFooter = "The deny list is a text with one SHA-256 digest per line; '#' begins a comment.\n"
+                                "The archive tool gets the password on its command line, where every user of the "
+                                "machine can read it while the tool\n"
+                                "runs (unless /proc is mounted with hidepid).\n"
+                                "\n"
+                                "Exit codes:\n"
+                                "  0    nothing denied was found; everything was restored; the list was printed\n"
+                                "  1    denied files were found, and all of them are in the quarantine now\n"
+                                "  2    bad arguments, or a bad deny list; nothing was done\n"
+                                "  3    some files could not be examined (denied ones are in the quarantine)\n"
+                                "  4    a denied file is still in its place, or a file was not restored\n"
+                                "  5    the work could not be done: the reason stands on standard error\n"
+                                "  130  interrupted by SIGINT or SIGTERM; nothing is half done\n"
+                                "\n"
+                                "Examples:\n"
+                                "  endpoint_scan scan /home --deny-list deny.txt --quarantine /var/lib/q "
+                                "--password-file pw.txt --json report.json\n"
+                                "  endpoint_scan list --quarantine /var/lib/q\n"
+                                "  endpoint_scan restore --quarantine /var/lib/q --to /tmp/back --password-file pw.txt";
+
+unsigned int defaultThreads()
+{
+    return std::clamp(std::thread::hardware_concurrency(), 1U, kMostThreads);
+}
+
+void addQuarantine(CLI::App& command, Options& options)
+{
+    command.add_option("--quarantine", options.quarantine, "The directory of the archives")->required();
+}
+
+void addPassword(CLI::App& command, Options& options)
+{
+    CLI::Option_group* group =
+        command.add_option_group("Password", "Where the archives' password comes from; the terminal without these");
+    group->add_option("--password-file", options.password.file, "A file that holds the password");
+    group->add_option(
+        "--password-env", options.password.environment, "An environment variable that holds the password");
+    group->require_option(0, 1);
+}
+
+void addReport(CLI::App& command, Options& options)
+{
+    command.add_option("--json", options.json, "Write a report into this file, whole or not at all");
+}
+
+void addScan(CLI::App& app, Options& options)
+{
+    CLI::App* command = app.add_subcommand("scan", "Examine every file, and move the denied ones into the quarantine");
+    command->add_option("DIR", options.directory, "The directory; symbolic links in it are not followed")->required();
+    command->add_option("--deny-list", options.denyList, "The digests of the denied files")->required();
+    addQuarantine(*command, options);
+    command->add_option("--threads", options.threads, "How many threads examine files; one per processor if missing")
+        ->check(CLI::Range(1U, kMostThreads));
+    addReport(*command, options);
+    addPassword(*command, options);
+    command->callback([&options] { options.command = Command::Scan; });
+}
+
+void addRestore(CLI::App& app, Options& options)
+{
+    CLI::App* command = app.add_subcommand("restore", "Put quarantined files into a directory; replaces nothing");
+    addQuarantine(*command, options);
+    command->add_option("--to", options.target, "The directory; made if it is missing")->required();
+    command->add_option("--archive", options.archive, "Only the archive of this name, as list prints it");
+    addReport(*command, options);
+    addPassword(*command, options);
+    command->callback([&options] { options.command = Command::Restore; });
+}
+
+void addList(CLI::App& app, Options& options)
+{
+    CLI::App* command = app.add_subcommand("list", "Tell what lies in the quarantine and where it came from");
+    addQuarantine(*command, options);
+    addReport(*command, options);
+    command->callback([&options] { options.command = Command::List; });
+}
+
+} // namespace
+
+std::optional<Options> parseOptions(int argc, const char* const* argv, int& exitCode)
+{
+    Options options;
+    options.threads = defaultThreads();
+    CLI::App app(kAbout, "endpoint_scan");
+    app.set_version_flag("--version", "endpoint_scan " ENDPOINT_SCAN_VERSION);
+    app.add_option("--log", options.logFile, "Append the services' log lines to this file, passwords masked");
+    app.add_flag("--verbose", options.isVerbose, "Print all log lines on standard error, not only failures");
+    app.footer(kFooter);
+    app.require_subcommand(1);
+    app.fallthrough();
+    addScan(app, options);
+    addRestore(app, options);
+    addList(app, options);
+    try
+    {
+        app.parse(argc, argv);
+        return options;
+    }
+    catch (const CLI::ParseError& error)
+    {
+        exitCode = app.exit(error) == 0 ? kClean : kUsage;
+        return std::nullopt;
+    }
+}
+
+} // namespace endpointscan

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "common/Password.h"
+
+namespace endpointscan
+{
+
+enum class Command
+{
+    Scan,
+    Restore,
+    List,
+};
+
+struct Options
+{
+    Command command = Command::Scan;
+    std::string directory;
+    std::string denyList;
+    std::string quarantine;
+    std::string target;
+    std::string archive; ///< restore: only this one; empty for all
+    std::string json;    ///< report file; empty for none
+    unsigned int threads = 0;
+    programs::SecretSource password;
+    std::string logFile;
+    bool isVerbose = false;
+};
+
+/// Reads the command line. Help, version and complaints are printed here.
+/// @param exitCode  set when there is nothing to do
+/// @return the options, or nothing
+std::optional<Options> parseOptions(int argc, const char* const* argv, int& exitCode);
+
+} // namespace endpointscan

@@ -1,0 +1,216 @@
+#include "endpoint_scan/Report.h"
+
+#include <algorithm>
+#include <array>
+
+#include "common/Text.h"
+
+namespace endpointscan
+{
+namespace
+{
+
+using nlohmann::json;
+using Row = std::vector<std::string>;
+
+constexpr std::size_t kShownDigest = 12;
+
+struct VerdictNames
+{
+    Verdict verdict;
+    const char* inTable;
+    const char* inJson;
+};
+
+constexpr std::array<VerdictNames, 5> kVerdicts{{
+    {Verdict::Clean, "clean", "clean"},
+    {Verdict::Denied, "DENIED, IN PLACE", "denied"},
+    {Verdict::Quarantined, "QUARANTINED", "quarantined"},
+    {Verdict::Skipped, "skipped", "skipped"},
+    {Verdict::Failed, "NOT EXAMINED", "failed"},
+}};
+
+const VerdictNames& namesOf(Verdict verdict)
+{
+    return *std::find_if(
+        kVerdicts.begin(), kVerdicts.end(), [verdict](const VerdictNames& names) { return names.verdict == verdict; });
+}
+
+/// Columns as wide as their widest text; the last one is not filled up.
+std::string table(const std::vector<Row>& rows)
+{
+    std::vector<std::size_t> widths(rows.front().size(), 0);
+    for (const Row& row : rows)
+    {
+        for (std::size_t i = 0; i + 1 < row.size(); ++i)
+            widths[i] = std::max(widths[i], programs::columnsOf(row[i]));
+    }
+    std::string text;
+    for (const Row& row : rows)
+    {
+        for (std::size_t i = 0; i + 1 < row.size(); ++i)
+            text += row[i] + std::string(widths[i] - programs::columnsOf(row[i]) + 2, ' ');
+        text += row.back() + "\n";
+    }
+    return text;
+}
+
+std::string withReason(const std::string& path, const std::string& reason)
+{
+    return programs::printable(path) + (reason.empty() ? "" : "  (" + programs::printable(reason) + ")");
+}
+
+Row rowOf(const Finding& finding)
+{
+    const FileFacts& facts = finding.facts;
+    const bool isExamined = !facts.sha256.empty();
+    return {namesOf(finding.verdict).inTable,
+            isExamined ? facts.mimeType : "-",
+            isExamined ? facts.sha256.substr(0, kShownDigest) : "-",
+            withReason(finding.path, finding.reason)};
+}
+
+json toJson(const Finding& finding)
+{
+    json object{{"verdict", namesOf(finding.verdict).inJson}};
+    addBytes(object, "path", finding.path);
+    if (!finding.reason.empty())
+        object["reason"] = programs::printable(finding.reason);
+    const FileFacts& facts = finding.facts;
+    if (!facts.sha256.empty())
+    {
+        object.update({{"size", facts.size},
+                       {"mode", modeText(facts.mode)},
+                       {"modified", timeText(facts.modified.tv_sec)},
+                       {"mime_type", facts.mimeType},
+                       {"md5", facts.md5},
+                       {"sha1", facts.sha1},
+                       {"sha256", facts.sha256}});
+    }
+    return object;
+}
+
+json summaryOf(const std::vector<Finding>& findings)
+{
+    json summary;
+    for (const VerdictNames& names : kVerdicts)
+        summary[names.inJson] = countOf(findings, names.verdict);
+    return summary;
+}
+
+std::string summaryText(const ScanReport& report)
+{
+    std::string text = std::to_string(report.findings.size()) + " entries:";
+    const char* separator = " ";
+    for (const VerdictNames& names : kVerdicts)
+    {
+        const std::size_t count = countOf(report.findings, names.verdict);
+        if (count > 0)
+        {
+            text += separator + std::to_string(count) + " " + names.inTable;
+            separator = ", ";
+        }
+    }
+    if (!report.archive.empty())
+        text += "\nquarantine archive: " + programs::printable(report.archive) +
+                "\nits record:         " + programs::printable(report.record);
+    return text + "\n";
+}
+
+json recordJson(const Record& record)
+{
+    return json::parse(toText(record));
+}
+
+} // namespace
+
+std::size_t countOf(const std::vector<Finding>& findings, Verdict verdict)
+{
+    return static_cast<std::size_t>(std::count_if(
+        findings.begin(), findings.end(), [verdict](const Finding& finding) { return finding.verdict == verdict; }));
+}
+
+std::string scanTable(const ScanReport& report)
+{
+    std::vector<Row> rows{{"RESULT", "TYPE", "SHA-256", "FILE"}};
+    std::transform(report.findings.begin(), report.findings.end(), std::back_inserter(rows), rowOf);
+    return table(rows) + "\n" + summaryText(report);
+}
+
+json scanJson(const ScanReport& report)
+{
+    json files = json::array();
+    std::transform(report.findings.begin(),
+                   report.findings.end(),
+                   std::back_inserter(files),
+                   [](const Finding& finding) { return toJson(finding); });
+    json object{{"started", report.started},
+                {"finished", report.finished},
+                {"denied_digests", report.denied},
+                {"exit_code", report.exitCode},
+                {"summary", summaryOf(report.findings)},
+                {"files", std::move(files)}};
+    addBytes(object, "root", report.root);
+    addBytes(object, "deny_list", report.denyList);
+    if (!report.archive.empty())
+    {
+        addBytes(object, "archive", report.archive);
+        addBytes(object, "record", report.record);
+    }
+    return object;
+}
+
+std::string restoreTable(const std::vector<RestoreResult>& results)
+{
+    std::vector<Row> rows{{"RESULT", "ARCHIVE", "FILE"}};
+    for (const RestoreResult& result : results)
+    {
+        for (std::size_t i = 0; i < result.problems.size(); ++i)
+            rows.push_back({result.problems[i].empty() ? "restored" : "NOT RESTORED",
+                            result.record.id,
+                            withReason(result.record.files[i].path, result.problems[i])});
+    }
+    return table(rows);
+}
+
+json restoreJson(const std::vector<RestoreResult>& results, int exitCode)
+{
+    json files = json::array();
+    for (const RestoreResult& result : results)
+    {
+        for (std::size_t i = 0; i < result.problems.size(); ++i)
+        {
+            json file{{"archive", result.record.id}, {"restored", result.problems[i].empty()}};
+            addBytes(file, "path", result.record.files[i].path);
+            if (!result.problems[i].empty())
+                file["reason"] = programs::printable(result.problems[i]);
+            files.push_back(std::move(file));
+        }
+    }
+    return {{"exit_code", exitCode}, {"files", std::move(files)}};
+}
+
+std::string listTable(const std::vector<Record>& records)
+{
+    std::vector<Row> rows{{"ARCHIVE", "QUARANTINED", "TYPE", "SIZE", "MODE", "CAME FROM"}};
+    for (const Record& record : records)
+    {
+        for (const RecordEntry& entry : record.files)
+            rows.push_back({record.id,
+                            record.created,
+                            entry.facts.mimeType,
+                            std::to_string(entry.facts.size),
+                            modeText(entry.facts.mode),
+                            programs::printable(record.root + "/" + entry.path)});
+    }
+    return table(rows);
+}
+
+json listJson(const std::vector<Record>& records)
+{
+    json list = json::array();
+    std::transform(records.begin(), records.end(), std::back_inserter(list), recordJson);
+    return {{"archives", std::move(list)}};
+}
+
+} // namespace endpointscan

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <nlohmann/json.hpp>
+
+#include <string>
+#include <vector>
+
+#include "endpoint_scan/Quarantine.h"
+#include "endpoint_scan/Types.h"
+
+namespace endpointscan
+{
+
+/// One run of a scan, for the reports.
+struct ScanReport
+{
+    std::string root;
+    std::string denyList;
+    std::size_t denied = 0; ///< digests on the list
+    std::string started;
+    std::string finished;
+    std::string archive; ///< path, empty if nothing was quarantined
+    std::string record;
+    int exitCode = 0;
+    std::vector<Finding> findings;
+};
+
+/// How many findings have a verdict.
+std::size_t countOf(const std::vector<Finding>& findings, Verdict verdict);
+
+/// A table with a line per finding, and a summary.
+std::string scanTable(const ScanReport& report);
+nlohmann::json scanJson(const ScanReport& report);
+
+std::string restoreTable(const std::vector<RestoreResult>& results);
+nlohmann::json restoreJson(const std::vector<RestoreResult>& results, int exitCode);
+
+std::string listTable(const std::vector<Record>& records);
+nlohmann::json listJson(const std::vector<Record>& records);
+
+} // namespace endpointscan
