@@ -1,0 +1,74 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "DocumentChecks.h"
+#include "support/TemporaryDirectory.h"
+#include "support/Tools.h"
+
+namespace TAV::test
+{
+namespace
+{
+
+namespace fs = std::filesystem;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+const fs::path kRoot = TAV_SOURCE_DIR;
+
+/// Applies one check to every page and names the page in each failure.
+template <typename Check>
+void expectNoneIn(const std::vector<Page>& pages, Check offendersOf)
+{
+    ASSERT_GE(pages.size(), 5U) << "the pages were not found";
+    for (const Page& page : pages)
+        EXPECT_THAT(offendersOf(page), IsEmpty()) << page.path;
+}
+
+TEST(DocumentsTest, EveryLinkLeadsToFile)
+{
+    expectNoneIn(pagesOf(kRoot), brokenLinks);
+}
+
+TEST(DocumentsTest, EveryTestNamedExists)
+{
+    std::set<std::string> tests = testsBelow(kRoot / "tests");
+    tests.merge(testsBelow(kRoot / "docs"));
+
+    expectNoneIn(pagesOf(kRoot), [&tests](const Page& page) { return unknownTests(page, tests); });
+}
+
+TEST(DocumentsTest, EveryFileNamedExists)
+{
+    expectNoneIn(pagesOf(kRoot), [](const Page& page) { return missingFiles(page, kRoot); });
+}
+
+TEST(DocumentsTest, EveryCommandNamedExists)
+{
+    const std::string help = outputOf({(kRoot / "dev").string(), "help"});
+
+    expectNoneIn(pagesOf(kRoot), [&help](const Page& page) { return unknownCommands(page, help); });
+}
+
+TEST(DocumentsTest, EveryQuoteIsExact)
+{
+    expectNoneIn(pagesOf(kRoot), [](const Page& page) { return staleQuotes(page, kRoot); });
+}
+
+TEST(DocumentsTest, EveryRecipeIsQuoted)
+{
+    std::string text;
+    for (const Page& page : pagesOf(kRoot))
+        text += page.text;
+    for (const auto& entry : fs::directory_iterator(kRoot / "docs" / "recipes"))
+    {
+        const std::string name = entry.path().filename().string();
+        if (entry.path().extension() == ".cpp")
+        {
+            EXPECT_THAT(text, HasSubstr("<!-- quoted from docs/recipes/" + name));
+        }
+    }
+}
+
+} // namespace
+} // namespace TAV::test
