@@ -51,6 +51,11 @@ private:
     TAV::QelArchiveUtils m_archives;
 };
 
+void complain(const std::string& message)
+{
+    std::fputs(("endpoint_scan: " + message + "\n").c_str(), stderr);
+}
+
 std::string passwordFor(const Options& options)
 {
     programs::SecretSource source = options.password;
@@ -71,7 +76,7 @@ void print(const std::string& text)
         throw std::runtime_error("cannot write to standard output");
 }
 
-void writeReport(const Options& options, const nlohmann::json& report)
+void writeReport(const Options& options, const Json& report)
 {
     constexpr int kIndent = 2;
     if (!options.json.empty())
@@ -158,6 +163,25 @@ int runScan(const Options& options)
     return report.exitCode;
 }
 
+/// Restores one archive, and tells on standard error if it gives nothing.
+bool restoreInto(const Options& options,
+                 Quarantine& quarantine,
+                 const std::string& id,
+                 std::vector<RestoreResult>& results)
+{
+    try
+    {
+        results.push_back(quarantine.restore(id, options.target, isInterrupted));
+        const std::vector<std::string>& problems = results.back().problems;
+        return std::all_of(problems.begin(), problems.end(), [](const std::string& text) { return text.empty(); });
+    }
+    catch (const std::exception& error)
+    {
+        complain(error.what());
+        return false;
+    }
+}
+
 int runRestore(const Options& options)
 {
     const std::string password = passwordFor(options);
@@ -167,11 +191,7 @@ int runRestore(const Options& options)
     std::vector<RestoreResult> results;
     bool isComplete = true;
     for (const std::string& id : options.archive.empty() ? quarantine.ids() : std::vector{options.archive})
-    {
-        results.push_back(quarantine.restore(id, options.target, isInterrupted));
-        const std::vector<std::string>& problems = results.back().problems;
-        isComplete &= std::all_of(problems.begin(), problems.end(), [](const std::string& p) { return p.empty(); });
-    }
+        isComplete = !isInterrupted() && restoreInto(options, quarantine, id, results) && isComplete;
     int exitCode = isComplete ? kClean : kQuarantineFailed;
     if (!isComplete && isInterrupted())
         exitCode = kInterrupted;
@@ -204,11 +224,6 @@ int perform(const Options& options)
         return runList(options);
     }
     return kFailure;
-}
-
-void complain(const std::string& message)
-{
-    std::fputs(("endpoint_scan: " + message + "\n").c_str(), stderr);
 }
 
 } // namespace

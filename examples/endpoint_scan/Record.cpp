@@ -14,15 +14,13 @@ namespace endpointscan
 namespace
 {
 
-using nlohmann::json;
-
 constexpr int kFormat = 1;
 constexpr int kIndent = 2;
 constexpr int kOctal = 8;
 constexpr mode_t kPermissions = 07777;
 const std::string kEncoded = "_base64";
 
-std::string bytesOf(const json& object, const std::string& name)
+std::string bytesOf(const Json& object, const std::string& name)
 {
     if (!object.contains(name + kEncoded))
         return object.at(name).get<std::string>();
@@ -32,26 +30,27 @@ std::string bytesOf(const json& object, const std::string& name)
     return bytes;
 }
 
-json toJson(const RecordEntry& entry)
+Json toJson(const RecordEntry& entry)
 {
     const FileFacts& facts = entry.facts;
-    json object{{"stored_as", entry.storedAs},
-                {"size", facts.size},
-                {"mode", modeText(facts.mode)},
-                {"user", facts.user},
-                {"group", facts.group},
-                {"modified", timeText(facts.modified.tv_sec)},
-                {"modified_seconds", facts.modified.tv_sec},
-                {"modified_nanoseconds", facts.modified.tv_nsec},
-                {"mime_type", facts.mimeType},
-                {"md5", facts.md5},
-                {"sha1", facts.sha1},
-                {"sha256", facts.sha256}};
+    Json object;
     addBytes(object, "path", entry.path);
+    object.update({{"size", facts.size},
+                   {"mode", modeText(facts.mode)},
+                   {"user", facts.user},
+                   {"group", facts.group},
+                   {"modified", timeText(facts.modified.tv_sec)},
+                   {"modified_seconds", facts.modified.tv_sec},
+                   {"modified_nanoseconds", facts.modified.tv_nsec},
+                   {"mime_type", facts.mimeType},
+                   {"md5", facts.md5},
+                   {"sha1", facts.sha1},
+                   {"sha256", facts.sha256},
+                   {"stored_as", entry.storedAs}});
     return object;
 }
 
-RecordEntry entryFrom(const json& object)
+RecordEntry entryFrom(const Json& object)
 {
     RecordEntry entry;
     entry.path = bytesOf(object, "path");
@@ -106,7 +105,7 @@ std::string timeText(std::time_t seconds)
     return {text.data(), size};
 }
 
-void addBytes(json& object, const std::string& name, const std::string& bytes)
+void addBytes(Json& object, const std::string& name, const std::string& bytes)
 {
     if (programs::isUtf8(bytes))
     {
@@ -121,11 +120,12 @@ void addBytes(json& object, const std::string& name, const std::string& bytes)
 
 std::string toText(const Record& record)
 {
-    json files = json::array();
+    Json files = Json::array();
     std::transform(record.files.begin(), record.files.end(), std::back_inserter(files), toJson);
-    json object{{"format", kFormat}, {"id", record.id}, {"created", record.created}, {"files", std::move(files)}};
+    Json object{{"format", kFormat}, {"id", record.id}, {"created", record.created}};
     addBytes(object, "host", record.host);
     addBytes(object, "root", record.root);
+    object["files"] = std::move(files);
     return object.dump(kIndent) + "\n";
 }
 
@@ -134,14 +134,14 @@ Record recordFromText(const std::string& text)
     Record record;
     try
     {
-        const json object = json::parse(text);
+        const Json object = Json::parse(text);
         if (object.at("format").get<int>() != kFormat)
             throw std::runtime_error("the record has an unknown format");
         record.id = object.at("id").get<std::string>();
         record.created = object.at("created").get<std::string>();
         record.host = bytesOf(object, "host");
         record.root = bytesOf(object, "root");
-        const json& files = object.at("files");
+        const Json& files = object.at("files");
         std::transform(files.begin(), files.end(), std::back_inserter(record.files), entryFrom);
     }
     catch (const std::exception& error)

@@ -10,6 +10,9 @@
 namespace endpointscan
 {
 
+/// Keeps its members in the order in which they were added: people read these texts.
+using Json = nlohmann::ordered_json;
+
 /// One file in an archive.
 struct RecordEntry
 {
@@ -36,7 +39,7 @@ std::string toText(const Record& record);
 Record recordFromText(const std::string& text);
 
 /// Adds bytes to a JSON object: as text, and as `name` + "_base64" too if they are not UTF-8.
-void addBytes(nlohmann::json& object, const std::string& name, const std::string& bytes);
+void addBytes(Json& object, const std::string& name, const std::string& bytes);
 
 /// "0644".
 std::string modeText(mode_t mode);

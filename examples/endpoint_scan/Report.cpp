@@ -10,7 +10,6 @@ namespace endpointscan
 namespace
 {
 
-using nlohmann::json;
 using Row = std::vector<std::string>;
 
 constexpr std::size_t kShownDigest = 12;
@@ -70,10 +69,11 @@ Row rowOf(const Finding& finding)
             withReason(finding.path, finding.reason)};
 }
 
-json toJson(const Finding& finding)
+Json toJson(const Finding& finding)
 {
-    json object{{"verdict", namesOf(finding.verdict).inJson}};
+    Json object;
     addBytes(object, "path", finding.path);
+    object["verdict"] = namesOf(finding.verdict).inJson;
     if (!finding.reason.empty())
         object["reason"] = programs::printable(finding.reason);
     const FileFacts& facts = finding.facts;
@@ -90,9 +90,9 @@ json toJson(const Finding& finding)
     return object;
 }
 
-json summaryOf(const std::vector<Finding>& findings)
+Json summaryOf(const std::vector<Finding>& findings)
 {
-    json summary;
+    Json summary;
     for (const VerdictNames& names : kVerdicts)
         summary[names.inJson] = countOf(findings, names.verdict);
     return summary;
@@ -117,9 +117,9 @@ std::string summaryText(const ScanReport& report)
     return text + "\n";
 }
 
-json recordJson(const Record& record)
+Json recordJson(const Record& record)
 {
-    return json::parse(toText(record));
+    return Json::parse(toText(record));
 }
 
 } // namespace
@@ -137,26 +137,27 @@ std::string scanTable(const ScanReport& report)
     return table(rows) + "\n" + summaryText(report);
 }
 
-json scanJson(const ScanReport& report)
+Json scanJson(const ScanReport& report)
 {
-    json files = json::array();
+    Json files = Json::array();
     std::transform(report.findings.begin(),
                    report.findings.end(),
                    std::back_inserter(files),
                    [](const Finding& finding) { return toJson(finding); });
-    json object{{"started", report.started},
-                {"finished", report.finished},
-                {"denied_digests", report.denied},
-                {"exit_code", report.exitCode},
-                {"summary", summaryOf(report.findings)},
-                {"files", std::move(files)}};
+    Json object;
     addBytes(object, "root", report.root);
     addBytes(object, "deny_list", report.denyList);
+    object.update({{"denied_digests", report.denied},
+                   {"started", report.started},
+                   {"finished", report.finished},
+                   {"exit_code", report.exitCode},
+                   {"summary", summaryOf(report.findings)}});
     if (!report.archive.empty())
     {
         addBytes(object, "archive", report.archive);
         addBytes(object, "record", report.record);
     }
+    object["files"] = std::move(files);
     return object;
 }
 
@@ -173,15 +174,16 @@ std::string restoreTable(const std::vector<RestoreResult>& results)
     return table(rows);
 }
 
-json restoreJson(const std::vector<RestoreResult>& results, int exitCode)
+Json restoreJson(const std::vector<RestoreResult>& results, int exitCode)
 {
-    json files = json::array();
+    Json files = Json::array();
     for (const RestoreResult& result : results)
     {
         for (std::size_t i = 0; i < result.problems.size(); ++i)
         {
-            json file{{"archive", result.record.id}, {"restored", result.problems[i].empty()}};
+            Json file;
             addBytes(file, "path", result.record.files[i].path);
+            file.update({{"archive", result.record.id}, {"restored", result.problems[i].empty()}});
             if (!result.problems[i].empty())
                 file["reason"] = programs::printable(result.problems[i]);
             files.push_back(std::move(file));
@@ -206,9 +208,9 @@ std::string listTable(const std::vector<Record>& records)
     return table(rows);
 }
 
-json listJson(const std::vector<Record>& records)
+Json listJson(const std::vector<Record>& records)
 {
-    json list = json::array();
+    Json list = Json::array();
     std::transform(records.begin(), records.end(), std::back_inserter(list), recordJson);
     return {{"archives", std::move(list)}};
 }

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <nlohmann/json.hpp>
-
 #include <string>
 #include <vector>
 
@@ -30,12 +28,12 @@ std::size_t countOf(const std::vector<Finding>& findings, Verdict verdict);
 
 /// A table with a line per finding, and a summary.
 std::string scanTable(const ScanReport& report);
-nlohmann::json scanJson(const ScanReport& report);
+Json scanJson(const ScanReport& report);
 
 std::string restoreTable(const std::vector<RestoreResult>& results);
-nlohmann::json restoreJson(const std::vector<RestoreResult>& results, int exitCode);
+Json restoreJson(const std::vector<RestoreResult>& results, int exitCode);
 
 std::string listTable(const std::vector<Record>& records);
-nlohmann::json listJson(const std::vector<Record>& records);
+Json listJson(const std::vector<Record>& records);
 
 } // namespace endpointscan

@@ -1,0 +1,263 @@
+#!/bin/sh
+# Shows the sample daemon at work: sh examples/demo.sh BUILD_DIR
+#
+# Collects files of many kinds from this machine, puts a few of them on a deny list, lets endpoint_scan move those into
+# its quarantine, and restores them. Every claim that it prints has been checked; if one does not hold, it says so and
+# fails. It works in a temporary directory, which it removes, and changes nothing else.
+set -eu
+
+fail() {
+  printf 'demo: %s\n' "$*" >&2
+  exit 1
+}
+
+[ $# -eq 1 ] || { printf 'usage: %s BUILD_DIR\n' "$0" >&2; exit 2; }
+scanner=$1/examples/endpoint_scan/endpoint_scan
+[ -x "$scanner" ] || fail "there is no program $scanner: build the target endpoint_scan first"
+scanner=$(cd "$(dirname "$scanner")" && pwd)/endpoint_scan
+tool=/opt/Brenlow/zel/tav/bin/7za
+[ -x "$tool" ] || fail "there is no archive tool $tool: './dev setup' puts it there"
+
+umask 022
+work=$(mktemp -d "${TMPDIR:-/tmp}/endpoint_scan-demo.XXXXXX")
+trap 'rm -rf "$work"' EXIT
+trap 'exit 130' INT
+trap 'exit 143' TERM
+cd "$work"
+mkdir files truth
+
+say() { printf '%s\n' "$*"; }
+step() { printf '\n== %s\n\n' "$*"; }
+
+# take FILE NAME: copies a file of the machine, if it is there, and says so.
+take() {
+  [ -f "$1" ] && [ -r "$1" ] || return 1
+  mkdir -p "files/$(dirname "$2")"
+  cp -L "$1" "files/$2"
+  say "  $2  (a copy of $1)"
+}
+
+# first NAME...: the first regular file of a modest size below /usr/share that fits one of the patterns.
+first() {
+  for pattern in "$@"; do
+    find /usr/share -xdev -type f -name "$pattern" -size -2000k -readable 2>/dev/null | LC_ALL=C sort | head -n 1
+  done | head -n 1
+}
+
+# made NAME HOW: says what the demo made itself.
+made() { say "  $1  ($2)"; }
+
+collect_programs() {
+  take /bin/ls "programs/ls" || fail "there is no /bin/ls"
+  take /usr/bin/env "programs/a program with blanks in its name"
+  chmod 750 "files/programs/a program with blanks in its name"
+  take /bin/sh "programs/-rf" || fail "there is no /bin/sh"
+  library=$(find /lib /usr/lib -name 'libc.so.6' 2>/dev/null | head -n 1)
+  [ -z "$library" ] || take "$library" "libraries/libc.so.6"
+}
+
+collect_scripts() {
+  printf '#!/bin/sh\necho "hello from a script"\n' >files/scripts/hello.sh
+  chmod 755 files/scripts/hello.sh
+  made scripts/hello.sh "made here"
+  take /usr/bin/ldd scripts/ldd || say "  (this machine has no /usr/bin/ldd to copy)"
+}
+
+# The smallest picture there is, for machines without one: one white dot.
+small_png() {
+  printf '\211PNG\r\n\032\n\000\000\000\rIHDR\000\000\000\001\000\000\000\001\010\000\000\000\000:~\233U'
+  printf '\000\000\000\nIDATx\234c\370\017\000\001\001\001\000\033\266\356V\000\000\000\000IEND\256B`\202'
+}
+
+collect_pictures() {
+  small_png >files/pictures/dot.png
+  made pictures/dot.png "made here"
+  printf 'GIF89a\001\000\001\000\200\000\000\377\377\377\000\000\000!\371\004\001\000\000\000\000,\000\000\000\000\001\000\001\000\000\002\002D\001\000;' \
+    >"files/pictures/Grüße aus Łódź.gif"
+  made "pictures/Grüße aus Łódź.gif" "made here"
+  for kind in png jpg gif svg; do
+    found=$(first "*.$kind")
+    if [ -n "$found" ]; then take "$found" "pictures/from-this-machine.$kind"
+    else say "  (this machine has no .$kind picture to copy)"; fi
+  done
+}
+
+collect_texts() {
+  take /etc/os-release texts/os-release || true
+  take /usr/share/common-licenses/GPL-3 texts/license.txt || true
+  printf '<?xml version="1.0"?>\n<note>hello</note>\n' >files/texts/note.xml
+  printf '{"hello": ["world", 1, 2, 3]}\n' >files/texts/data.json
+  printf 'denied by its content, wherever it lies\n' >files/texts/@list.txt
+  : >files/texts/empty
+  for name in note.xml data.json @list.txt empty; do made "texts/$name" "made here"; done
+  found=$(first '*.pdf')
+  if [ -n "$found" ]; then take "$found" texts/document.pdf
+  else
+    printf '%%PDF-1.4\n1 0 obj<</Type/Catalog/Pages 2 0 R>>endobj\n2 0 obj<</Type/Pages/Kids[]/Count 0>>endobj\ntrailer<</Root 1 0 R>>\n%%%%EOF\n' \
+      >files/texts/document.pdf
+    made texts/document.pdf "made here: this machine has no PDF to copy"
+  fi
+}
+
+# pack PROGRAM NAME COMMAND...: makes an archive where the machine has the program for it.
+pack() {
+  program=$1 name=$2
+  shift 2
+  if command -v "$program" >/dev/null 2>&1; then
+    "$@" >/dev/null
+    made "archives/$name" "made with $program"
+  else
+    say "  (this machine has no $program to make archives/$name with)"
+  fi
+}
+
+collect_archives() {
+  pack tar texts.tar tar -cf files/archives/texts.tar files/texts
+  pack gzip os-release.gz sh -c 'gzip -c /etc/os-release >files/archives/os-release.gz'
+  pack bzip2 os-release.bz2 sh -c 'bzip2 -c /etc/os-release >files/archives/os-release.bz2'
+  pack xz os-release.xz sh -c 'xz -c /etc/os-release >files/archives/os-release.xz'
+  pack zip texts.zip zip -q -r files/archives/texts.zip files/texts
+  "$tool" a files/archives/texts.7z ./files/texts >/dev/null || fail "the archive tool cannot make an archive"
+  made archives/texts.7z "made with the archive tool"
+}
+
+collect_oddities() {
+  ln -s ../programs/ls files/odd/link-to-a-program
+  made odd/link-to-a-program "a symbolic link"
+  mkfifo files/odd/pipe
+  made odd/pipe "a named pipe; a program that reads it waits for ever"
+}
+
+# deny FILE WHY: puts the digest of a file on the deny list, and the file on the demo's own list.
+deny() {
+  say "  $1  ($2)"
+  sum=$(sha256sum <"files/$1")
+  printf '%s  # %s\n' "${sum%% *}" "$2" >>deny.txt
+  printf '%s\n' "$1" >>denied
+}
+
+# The table of endpoint_scan, line by line, as sentences.
+explain() {
+  awk -F '  +' '
+    function kind(type) {
+      if (type ~ /executable|sharedlib/) return "a program or library"
+      if (type ~ /^image\//) return "a picture"
+      if (type ~ /shellscript|x-.*script|perl|python/) return "a script"
+      if (type ~ /pdf/) return "a PDF document"
+      if (type ~ /empty/) return "an empty file"
+      if (type ~ /gzip|bzip|x-xz|zip|tar|7z/) return "an archive or compressed file"
+      if (type ~ /^text\/|json|xml/) return "a text"
+      return "a file"
+    }
+    NR == 1 { next }
+    $0 == "" { exit }
+    $1 == "clean"       { print "  " $4 "\n      is " kind($2) " (" $2 "), not on the deny list: left alone" }
+    $1 == "QUARANTINED" { print "  " $4 "\n      is " kind($2) " (" $2 ") ON THE DENY LIST: moved into the quarantine" }
+    $1 == "skipped"     { gsub(/[()]/, "", $5); print "  " $4 "\n      is not a regular file but a " $5 ": skipped, not opened" }
+    $1 ~ /DENIED|NOT/   { print "  " $4 "\n      WENT WRONG: " $1 }
+  ' "$1"
+}
+
+# expect CODE COMMAND...: runs a command and insists on its exit code.
+expect() {
+  code=$1
+  shift
+  status=0
+  "$@" || status=$?
+  [ "$status" -eq "$code" ] || fail "expected exit code $code, got $status, from: $*"
+}
+
+check_others_untouched() {
+  (cd truth && find . -type f) >all
+  while IFS= read -r file; do
+    name=${file#./}
+    if grep -Fqx -e "$name" denied; then
+      [ ! -e "files/$name" ] || fail "$name is denied and still there"
+    else
+      cmp -s "files/$name" "truth/$name" || fail "$name was changed"
+    fi
+  done <all
+}
+
+# As many files in the quarantine as are on the list, and each one equal to what it was.
+check_restored() {
+  while IFS= read -r name; do
+    cmp "back/$name" "truth/$name" || fail "$name came back with other bytes"
+    [ "$(stat -c '%a %Y' "back/$name")" = "$(stat -c '%a %Y' "truth/$name")" ] ||
+      fail "$name came back with other permissions or another time"
+    say "  $name  the same bytes, permissions $(stat -c %a "back/$name"), time $(stat -c %y "back/$name" | cut -c 1-19)"
+  done <denied
+  [ "$(find back -type f | wc -l)" -eq "$(wc -l <denied)" ] || fail "more came back than was denied"
+}
+
+step "1. Files of many kinds, collected from this machine"
+mkdir -p files/programs files/libraries files/scripts files/pictures files/texts files/archives files/odd
+collect_programs
+collect_scripts
+collect_pictures
+collect_texts
+collect_archives
+collect_oddities
+touch -d '2020-02-29 12:34:56' files/programs/ls
+cp -a files/. truth/
+
+step "2. A few of them go on the deny list, by the SHA-256 of their content"
+printf '# What must not be on this machine\n' >deny.txt
+: >denied
+deny "programs/ls" "a program"
+deny "programs/a program with blanks in its name" "another one"
+deny "programs/-rf" "a name that careless tools take for an option"
+deny "pictures/Grüße aus Łódź.gif" "a picture with a name in other scripts"
+deny "texts/@list.txt" "a name that the archive tool takes for a list of files"
+say
+say "The deny list is a plain text:"
+sed 's/^/  /' deny.txt
+od -An -N16 -tx1 /dev/urandom | tr -d ' \n' >password
+chmod 600 password
+
+step "3. endpoint_scan examines every file and moves the denied ones into the quarantine"
+say "  \$ endpoint_scan scan files --deny-list deny.txt --quarantine quarantine --password-file password --json report.json"
+say
+expect 1 "$scanner" scan files --deny-list deny.txt --quarantine quarantine --password-file password --json report.json \
+  >table
+cat table
+say
+say "(its exit code is 1: denied files were found, and all of them are in the quarantine now)"
+
+step "4. What that means, file by file"
+explain table
+[ "$(grep -c '^QUARANTINED ' table)" -eq "$(wc -l <denied)" ] || fail "not every denied file was quarantined"
+[ "$(explain table | grep -c 'WENT WRONG')" -eq 0 ] || fail "some files were not dealt with"
+[ "$(explain table | grep -c '^      ')" -eq "$(find truth ! -type d | wc -l)" ] || fail "some files are not in the table"
+check_others_untouched
+say
+say "Checked: the denied files are gone from their places, and not one byte of the others has changed."
+
+step "5. The quarantine: one archive with a password, and its record of what came from where"
+say "  \$ endpoint_scan list --quarantine quarantine"
+say
+expect 0 "$scanner" list --quarantine quarantine
+say
+say "The record begins so (it lies in the archive, too):"
+for record in quarantine/*.json; do head -n 23 "$record" | sed 's/^/  /'; done
+say "  ..."
+say
+printf 'wrong' >guess
+expect 4 "$scanner" restore --quarantine quarantine --to nothing --password-file guess >table 2>complaint
+[ ! -d nothing ] || fail "a wrong password gave files"
+say "With a wrong password it gives nothing back:"
+sed 's/^/  /' complaint
+
+step "6. Restoring the archive into a directory"
+say "  \$ endpoint_scan restore --quarantine quarantine --to back --password-file password"
+say
+expect 0 "$scanner" restore --quarantine quarantine --to back --password-file password
+say
+say "Compared with the originals, byte by byte:"
+check_restored
+
+step "7. Once more over the same files: nothing is left to find"
+expect 0 "$scanner" scan files --deny-list deny.txt --quarantine quarantine --password-file password >table
+tail -n 1 table | sed 's/^/  /'
+say
+say "Everything happened as announced. The demo's directory is removed now."
