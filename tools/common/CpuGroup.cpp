@@ -109,7 +109,7 @@ std::string describe(const CpuGroup& group, unsigned int processors)
                "\n";
     std::string text = "controller      " + group.controller + "\n";
     if (!group.exists())
-        return text + "group           none: no limit has been set since the host started\n";
+        return text + "group           none yet: the first limit makes it\n";
     constexpr double kNsPerSecond = 1e9;
     return text + "group           " + group.path + "\nperiod          " + std::to_string(group.periodUs) +
            " us\nquota           " + quotaText(group, processors) + "\nmembers         " + membersText(group) +

@@ -71,11 +71,11 @@ std::string whyQuotaRefused(const CpuGroup& group, std::uint64_t wanted)
 {
     const std::string start = "the kernel refused a quota of " + std::to_string(wanted) + " us: ";
     if (wanted < kSmallestQuotaUs)
-        return start + "it takes none below " + std::to_string(kSmallestQuotaUs) + " us" + inForce(group);
+        return start + "none may be below " + std::to_string(kSmallestQuotaUs) + " us" + inForce(group);
     const std::int64_t above = readControlValue(group.controller + "/cpu.cfs_quota_us", -1);
     if (above >= 0)
         return start + "the group around has " + std::to_string(above) + " us to give" + inForce(group);
-    return start + "it is out of its range" + inForce(group);
+    return start + "that is out of its range" + inForce(group);
 }
 
 /// @return why the process is not in the group, or an empty text if it is

@@ -1,3 +1,4 @@
+#include <limits>
 #include <memory>
 #include <set>
 #include <vector>
@@ -119,7 +120,8 @@ void registerCpuLimit(CLI::App& app, Action& chosen)
     CLI::Option* percent = command->add_option("--percent", options->percent, "Percentage of the whole machine")
                                ->check(CLI::Range(0, 65535));
     CLI::Option* group = command->add_option("--group", options->group, "Name handed to the library");
-    CLI::Option* pids = command->add_option("PID", options->pids, "The processes")->check(CLI::PositiveNumber);
+    CLI::Option* pids = command->add_option("PID", options->pids, "The processes")
+                            ->check(CLI::Range(1, std::numeric_limits<int>::max()));
     command->add_flag("--status", options->status, "Show controller, group, quota, members and throttled time")
         ->excludes(percent)
         ->excludes(group)

@@ -110,6 +110,15 @@ TEST(CpuLimitProcessorCountTest, IsOneWhenTheFileCannotBeOpened)
     EXPECT_THAT(setUp.messages(), IsEmpty());
 }
 
+TEST(CpuLimitProcessorCountTest, ReadsNothingFromAStreamThatIsNotOpen)
+{
+    CgroupSetUp setUp;
+    BreakingBuffer buffer("processor processor processor ");
+    setUp.cgroups->onOpenInputFile = [&buffer](std::ifstream& stream, const std::string&) { buffer.serve(stream); };
+    EXPECT_EQ(setUp.utils.getNumberOfAvailableCPUCores(), 1U);
+    EXPECT_EQ(buffer.failures(), 0U);
+}
+
 TEST(CpuLimitProcessorCountTest, CountsAfreshAtEveryCall)
 {
     CgroupSetUp setUp;
