@@ -10,6 +10,15 @@ function(tav_add_test name)
   target_link_libraries(${name} PRIVATE tav_test_support ${ARG_LIBRARIES} GTest::gmock GTest::gtest_main)
   gtest_discover_tests(
     ${name}
+    TEST_LIST ${name}_tests
     DISCOVERY_TIMEOUT 60
-    PROPERTIES TIMEOUT ${ARG_TIMEOUT} ENVIRONMENT "${TAV_TEST_ENVIRONMENT}")
+    PROPERTIES TIMEOUT ${ARG_TIMEOUT})
+  # Discovery would tear the list apart, so that only its first variable were set.
+  set(script "${CMAKE_CURRENT_BINARY_DIR}/${name}_environment.cmake")
+  file(
+    WRITE "${script}"
+    "if(${name}_tests)\n"
+    "  set_tests_properties(\${${name}_tests} PROPERTIES ENVIRONMENT [==[${TAV_TEST_ENVIRONMENT}]==])\n"
+    "endif()\n")
+  set_property(DIRECTORY APPEND PROPERTY TEST_INCLUDE_FILES "${script}")
 endfunction()

@@ -149,6 +149,11 @@ struct ChainFault
     const char* function;
     int result;
     const char* lastCallBeforeTheRelease;
+
+    friend void PrintTo(const ChainFault& fault, std::ostream* stream)
+    {
+        *stream << fault.function << " gives " << fault.result;
+    }
 };
 
 class EncodingChainFaultTest : public EncodingFaultsTest, public testing::WithParamInterface<ChainFault>
