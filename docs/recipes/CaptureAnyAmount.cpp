@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <thread>
 
 #include "support/RecordingLogger.h"
@@ -25,8 +26,12 @@ void readToEnd(int fd, std::string& text)
 {
     std::array<char, 4096> piece;
     ssize_t size = 0;
-    while ((size = ::read(fd, piece.data(), piece.size())) > 0)
-        text.append(piece.data(), static_cast<std::size_t>(size));
+    do
+    {
+        size = ::read(fd, piece.data(), piece.size());
+        if (size > 0)
+            text.append(piece.data(), static_cast<std::size_t>(size));
+    } while (size > 0 || (size < 0 && errno == EINTR));
 }
 
 /// Runs a command and collects its standard output, while a second thread keeps the pipe from filling up.

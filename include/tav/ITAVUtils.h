@@ -80,8 +80,8 @@ public:
     /// Without a keep-map, or with one that keeps 2, the child's standard error goes to a pipe of this call, its
     /// standard output to /dev/null, and nothing else stays open but the two ends of that pipe, whatever the map says
     /// of other descriptors. With a keep-map that does not keep 2, exactly the kept descriptors stay open and the rest
-    /// of 0, 1 and 2 goes to /dev/null. In both cases the lowest one that would go to /dev/null ends closed instead: as
-    /// a rule this is 0, standard input.
+    /// of 0, 1 and 2 goes to /dev/null. In both cases /dev/null is opened under the lowest free number, and that number
+    /// ends closed even if it is one of the three: as a rule it is 0, standard input.
     ///
     /// Blocks until the child ends. In the pipe mode it blocks for ever when the child fails without a word on standard
     /// error, and when the child writes more than the pipe holds (64 KiB, pipe(7)) there. A keep-map that does not keep
