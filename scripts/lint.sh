@@ -12,7 +12,7 @@ own_sources | xargs clang-format --dry-run -Werror || die "./dev format mends th
 # The compile commands are those of the everyday build; clang understands all its flags.
 say "clang-tidy"
 configure_preset dev
-run-clang-tidy -quiet -j "$JOBS" -p build/dev "^$PWD/(src|tools|examples|bench|tests)/" \
+run-clang-tidy -quiet -j "$JOBS" -p build/dev "^$PWD/(src|tools|examples|bench|tests|docs)/" \
   >build/clang-tidy.log 2>build/clang-tidy.err || {
   grep -E -A 8 '(warning|error):' build/clang-tidy.log >&2 || cat build/clang-tidy.err >&2
   die "clang-tidy found something (see above; all of it is in build/clang-tidy.log)"
