@@ -88,12 +88,15 @@ unsigned int TAVUtils::getNumberOfAvailableCPUCores()
     if (!file.is_open())
         return 1;
     unsigned int count = 0;
+    std::string word;
+    // Not only until the end of the file: a stream that fails otherwise would keep the loop going for ever.
     while (file.good())
     {
-        std::string word;
         file >> word;
         if (word == kProcessorKey)
             ++count;
+        // Blanks at the end of the file leave the word as it was.
+        word.clear();
     }
     file.close();
     return count == 0 ? 1 : count;
