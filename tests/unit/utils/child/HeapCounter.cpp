@@ -18,9 +18,10 @@ void noteHeapUse()
 
 #ifdef TAV_TEST_SANITIZED
 
-#include <sanitizer/allocator_interface.h>
+// A sanitizer brings its own heap, which reports its use. Debian's GCC lacks the header that declares this.
+extern "C" int __sanitizer_install_malloc_and_free_hooks(void (*afterMalloc)(const volatile void*, std::size_t),
+                                                         void (*beforeFree)(const volatile void*));
 
-// A sanitizer brings its own heap, which reports its use.
 namespace
 {
 
