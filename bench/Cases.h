@@ -1,0 +1,13 @@
+#pragma once
+
+namespace TAV::bench
+{
+
+// Each registers the pairs of one service.
+void addCommandCases();
+void addChecksumCases();
+void addEncodingCases();
+void addFileTypeCases();
+void addCpuLimitCases();
+
+} // namespace TAV::bench
