@@ -291,45 +291,42 @@ TEST_F(TAVSystemUtilsTest, LeavesAStreamClosedThatCannotBeOpened)
     EXPECT_FALSE(input.is_open());
 }
 
-/// One thread's share: a pipe through all of whose operations a byte goes.
-void passAByteThroughAPipe(TAVSystemUtils& system, char sent)
+/// Whether a byte comes through a pipe that was made, duplicated and closed again.
+bool passesAByte(TAVSystemUtils& system, char sent)
 {
     int err = kUntouched;
     std::array<int, 2> fds{kNoDescriptor, kNoDescriptor};
-    ASSERT_EQ(system.pipe(fds, err, O_CLOEXEC), 0);
+    const bool isMade = system.pipe(fds, err, O_CLOEXEC) == 0;
     const int nullFd = system.open("/dev/null", O_RDWR | O_CLOEXEC, err);
-    ASSERT_GE(nullFd, 0);
-    ASSERT_EQ(system.dup2(fds[1], nullFd, err), nullFd);
-    ASSERT_EQ(::write(nullFd, &sent, 1), 1);
+    const bool isSent = system.dup2(fds[1], nullFd, err) == nullFd && ::write(nullFd, &sent, 1) == 1;
     char received = 0;
-    EXPECT_EQ(system.read(fds[0], &received, 1, err), 1);
-    EXPECT_EQ(received, sent);
+    const bool isRead = system.read(fds[0], &received, 1, err) == 1;
+    int closed = 0;
     for (const int fd : {fds[0], fds[1], nullFd})
-        EXPECT_EQ(system.close(fd, err), 0);
-    EXPECT_EQ(err, kUntouched);
+        closed += system.close(fd, err);
+    return isMade && isSent && isRead && received == sent && closed == 0 && err == kUntouched;
+}
+
+/// Whether two calls that fail report an error value each.
+bool reportsErrors(TAVSystemUtils& system)
+{
+    struct stat info = {};
+    int statErr = kUntouched;
+    int readErr = kUntouched;
+    return system.stat("/nonexistent", &info, statErr) == -1 && statErr == ENOENT &&
+           system.read(kNoDescriptor, &info, 1, readErr) == -1 && readErr == EBADF;
 }
 
 TEST_F(TAVSystemUtilsTest, ServesSeveralThreadsAtOnce)
 {
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 8; ++i)
+    const auto work = [this](char sent)
     {
-        threads.emplace_back(
-            [this, i]
-            {
-                for (int round = 0; round < 200; ++round)
-                {
-                    passAByteThroughAPipe(m_system, static_cast<char>('a' + i));
-                    struct stat info = {};
-                    int err = kUntouched;
-                    EXPECT_EQ(m_system.stat("/nonexistent", &info, err), -1);
-                    EXPECT_EQ(err, ENOENT);
-                    err = kUntouched;
-                    EXPECT_EQ(m_system.read(kNoDescriptor, &info, 1, err), -1);
-                    EXPECT_EQ(err, EBADF);
-                }
-            });
-    }
+        for (int round = 0; round < 200; ++round)
+            EXPECT_TRUE(passesAByte(m_system, sent) && reportsErrors(m_system)) << "round " << round;
+    };
+    std::vector<std::thread> threads;
+    for (const char sent : {'a', 'b', 'c', 'd', 'e', 'f', 'g', 'h'})
+        threads.emplace_back(work, sent);
     for (std::thread& thread : threads)
         thread.join();
 }
