@@ -10,6 +10,7 @@
 //
 // After the last step it exits with 0; with 111 if it cannot write, with 2 if it does not know a step.
 
+#include <sys/prctl.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -39,6 +40,14 @@ std::string digits(std::size_t count)
     return text;
 }
 
+/// Until a signal ends it, or its parent ends: nobody would clean up behind a test that was killed.
+void waitForEver()
+{
+    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+    while (::getppid() != 1)
+        ::pause();
+}
+
 void perform(const std::string& step)
 {
     const std::size_t split = step.find_first_of("=#");
@@ -48,8 +57,7 @@ void perform(const std::string& step)
         writeAll(verb == "out" ? STDOUT_FILENO : STDERR_FILENO,
                  step[split] == '#' ? digits(std::strtoul(value.c_str(), nullptr, 10)) : value);
     else if (verb == "wait")
-        while (true)
-            ::pause();
+        waitForEver();
     else if (verb == "kill")
         ::kill(::getpid(), std::atoi(value.c_str()));
     else if (verb == "exit")

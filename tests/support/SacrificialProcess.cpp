@@ -1,8 +1,10 @@
 #include "support/SacrificialProcess.h"
 
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <exception>
@@ -43,7 +45,11 @@ SacrificialProcess::SacrificialProcess(const std::function<void()>& body) : m_pi
     // On both sides, so that the group exists for whoever comes first.
     ::setpgid(m_pid, m_pid);
     if (m_pid == 0)
+    {
+        // A test that is killed cannot clean up.
+        ::prctl(PR_SET_PDEATHSIG, SIGKILL);
         runAndExit(body);
+    }
 }
 
 SacrificialProcess::~SacrificialProcess()

@@ -160,15 +160,14 @@ std::string runForReal(Operation operation, CallerState& caller, const KeepMap* 
     const pid_t before = ::getpid();
     setSoftLimit(static_cast<rlim_t>(caller.limit));
     const bool returned = runCommand(scene.utils, operation, argv, map, caller.outPipe.data());
+    setSoftLimit(hardLimit()); // in both processes, for what follows
     const std::string outcome = std::string(returned ? "true" : "false") + joined(scene.logger.lines());
     if (::getpid() != before)
     {
         const std::string table = describe(describeOwnDescriptors());
-        setSoftLimit(hardLimit());
         std::ofstream(reportPath) << "child: " << outcome << table;
         ::_exit(0); // with 0, for the caller's sake: with a pipe, a silent failure would block it
     }
-    setSoftLimit(hardLimit());
     caller.errPipe = scene.system->pipeName();
 
     if (::access(reportPath.c_str(), F_OK) != 0)
@@ -198,12 +197,22 @@ runInModel(Operation operation, const CallerState& caller, const KeepMap* map, c
     return "program: SIGTERM ignored, SIGINT ignored" + describe(fate.table) + caught;
 }
 
+/// Runs each operation once while descriptors abound: the undefined-behaviour sanitizer makes a pipe when it meets a
+/// class for the first time, and dies or spins if it cannot.
+void meetAllClasses()
+{
+    CommandScene scene;
+    for (const Operation operation : {Operation::Execute, Operation::Capture})
+        runCommand(scene.utils, operation, {"/bin/false"}, &kKeepNothing);
+}
+
 /// All maps, in this process; notes every difference, and at the end that it got there.
 void compareAllMaps(Operation operation,
                     const Setting& setting,
                     const TemporaryDirectory& directory,
                     SharedNotes& notes)
 {
+    meetAllClasses();
     CallerState caller = becomeCaller(setting, directory);
     if (setting.closeRangeError != 0)
         refuseCloseRange(setting.closeRangeError);

@@ -24,7 +24,8 @@
 #endif
 
 #ifdef TAV_SANITIZED
-#include <sanitizer/allocator_interface.h>
+// Every sanitizer that replaces the heap has it; not every compiler installs its header.
+extern "C" std::size_t __sanitizer_get_current_allocated_bytes();
 #endif
 
 namespace TAV::test
