@@ -8,6 +8,7 @@
 #include "common/GuardedUtils.h"
 #include "common/KernelVersion.h"
 #include "common/Text.h"
+#include "endpoint_scan/CpuLimit.h"
 #include "endpoint_scan/ExitCodes.h"
 #include "endpoint_scan/Interrupt.h"
 #include "endpoint_scan/Logger.h"
@@ -25,6 +26,11 @@ namespace endpointscan
 {
 namespace
 {
+
+void complain(const std::string& message)
+{
+    std::fputs(("endpoint_scan: " + message + "\n").c_str(), stderr);
+}
 
 /// The services, wired up as a daemon does it once at its start.
 class Services
@@ -45,16 +51,20 @@ public:
         return {options.quarantine, m_archives, password};
     }
 
+    /// Says on standard error, too, if there will be no limit: a scan can be long.
+    CpuLimit limitCpu(unsigned short percent)
+    {
+        CpuLimit limit = limitOwnCpu(m_logger, percent);
+        if (!limit.isInForce)
+            complain("no CPU limit: " + limit.explanation);
+        return limit;
+    }
+
 private:
     Logger m_logger;
     std::shared_ptr<TAV::ITAVUtils> m_utils;
     TAV::QelArchiveUtils m_archives;
 };
-
-void complain(const std::string& message)
-{
-    std::fputs(("endpoint_scan: " + message + "\n").c_str(), stderr);
-}
 
 std::string passwordFor(const Options& options)
 {
@@ -149,6 +159,8 @@ int runScan(const Options& options)
     Services services(options);
     Quarantine quarantine = services.openQuarantine(options, password);
     const Fd root = openDirectory(report.root);
+    if (options.cpuLimit != 0)
+        report.cpuLimit = services.limitCpu(options.cpuLimit);
     report.denyList = options.denyList;
     report.denied = denyList.size();
     report.started = now();

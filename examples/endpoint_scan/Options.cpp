@@ -69,6 +69,9 @@ void addScan(CLI::App& app, Options& options)
     addQuarantine(*command, options);
     command->add_option("--threads", options.threads, "How many threads examine files; one per processor if missing")
         ->check(CLI::Range(1U, kMostThreads));
+    command
+        ->add_option("--cpu-limit", options.cpuLimit, "Percentage of the whole machine's processor time to keep within")
+        ->check(CLI::Range(1, 65535));
     addReport(*command, options);
     addPassword(*command, options);
     command->callback([&options] { options.command = Command::Scan; });

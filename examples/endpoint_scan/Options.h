@@ -25,6 +25,7 @@ struct Options
     std::string archive; ///< restore: only this one; empty for all
     std::string json;    ///< report file; empty for none
     unsigned int threads = 0;
+    unsigned short cpuLimit = 0; ///< percentage of the whole machine; 0 for none
     programs::SecretSource password;
     std::string logFile;
     bool isVerbose = false;

@@ -111,6 +111,9 @@ std::string summaryText(const ScanReport& report)
             separator = ", ";
         }
     }
+    if (report.cpuLimit.percent != 0)
+        text += std::string("\nCPU limit:          ") + (report.cpuLimit.isInForce ? "" : "NOT IN FORCE: ") +
+                report.cpuLimit.explanation;
     if (!report.archive.empty())
         text += "\nquarantine archive: " + programs::printable(report.archive) +
                 "\nits record:         " + programs::printable(report.record);
@@ -152,6 +155,10 @@ Json scanJson(const ScanReport& report)
                    {"finished", report.finished},
                    {"exit_code", report.exitCode},
                    {"summary", summaryOf(report.findings)}});
+    const CpuLimit& limit = report.cpuLimit;
+    if (limit.percent != 0)
+        object["cpu_limit"] = {
+            {"percent", limit.percent}, {"in_force", limit.isInForce}, {"explanation", limit.explanation}};
     if (!report.archive.empty())
     {
         addBytes(object, "archive", report.archive);

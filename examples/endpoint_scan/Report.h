@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "endpoint_scan/CpuLimit.h"
 #include "endpoint_scan/Quarantine.h"
 #include "endpoint_scan/Types.h"
 
@@ -17,6 +18,7 @@ struct ScanReport
     std::size_t denied = 0; ///< digests on the list
     std::string started;
     std::string finished;
+    CpuLimit cpuLimit;
     std::string archive; ///< path, empty if nothing was quarantined
     std::string record;
     int exitCode = 0;

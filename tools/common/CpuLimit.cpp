@@ -131,6 +131,21 @@ setCpuLimit(TAV::ILogger& logger, const std::set<int>& pids, unsigned short perc
     return outcome;
 }
 
+std::string explain(const CpuLimitOutcome& outcome)
+{
+    if (outcome.accepted)
+    {
+        std::string text;
+        for (const CpuRefusal& refusal : outcome.refusals)
+            text += (text.empty() ? "" : "; ") + refusal.reason;
+        return text;
+    }
+    // The library's own text is about files; here what matters is the host.
+    if (outcome.group.controller.empty())
+        return "this host offers no cgroup v1 cpu controller where the library looks for it (" + outcome.reason + ")";
+    return outcome.reason;
+}
+
 unsigned int countProcessors(TAV::ILogger& logger)
 {
     return makeUtils(logger)->getNumberOfAvailableCPUCores();

@@ -38,6 +38,9 @@ struct CpuLimitOutcome
 CpuLimitOutcome
 setCpuLimit(TAV::ILogger& logger, const std::set<int>& pids, unsigned short percent, const std::string& groupName);
 
+/// Why a limit is not in force, for people; empty if it is.
+std::string explain(const CpuLimitOutcome& outcome);
+
 /// The processors that a percentage is of, as the library counts them.
 unsigned int countProcessors(TAV::ILogger& logger);
 

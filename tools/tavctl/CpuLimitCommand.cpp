@@ -79,21 +79,13 @@ nlohmann::json toJson(const programs::CpuLimitOutcome& outcome, const Options& o
             {"status", toJson(outcome.group, outcome.processors)}};
 }
 
-/// The library's own text is about files; what people can do about it is mostly to look at the host.
-std::string explained(const programs::CpuLimitOutcome& outcome)
-{
-    if (outcome.group.controller.empty())
-        return "this host offers no cgroup v1 cpu controller where the library looks for it (" + outcome.reason + ")";
-    return outcome.reason;
-}
-
 int limitAndTell(const Options& options, Context& context)
 {
     const std::set<int> pids(options.pids.begin(), options.pids.end());
     const programs::CpuLimitOutcome outcome =
         programs::setCpuLimit(context.logger, pids, options.percent, options.group);
     if (!outcome.accepted)
-        throw Failure("cpu-limit: not set: " + explained(outcome));
+        throw Failure("cpu-limit: not set: " + programs::explain(outcome));
     context.console.show(programs::describe(outcome.group, outcome.processors), toJson(outcome, options));
     for (const programs::CpuRefusal& refusal : outcome.refusals)
         context.console.error("cpu-limit: " + refusal.reason);

@@ -1,11 +1,7 @@
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <array>
-#include <cstdio>
 #include <nlohmann/json.hpp>
 
 #include "KernelCgroupTest.h"
+#include "ProgramRun.h"
 
 namespace TAV::test
 {
@@ -17,29 +13,13 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
-struct Outcome
-{
-    int code = -1;
-    std::string out;
-    std::string err;
-};
-
 /// tavctl on the kernel's controller.
 class CpuLimitCommandTest : public KernelCgroupTest
 {
 protected:
-    Outcome tavctl(const std::string& arguments) const
+    static ProgramResult tavctl(const std::string& arguments)
     {
-        const TemporaryDirectory directory;
-        const std::string errors = directory.file("errors");
-        FILE* pipe = popen((std::string(TAV_TAVCTL_PROGRAM) + " " + arguments + " 2>" + errors).c_str(), "re");
-        Outcome run;
-        std::array<char, 4096> buffer = {};
-        for (std::size_t n = 0; (n = std::fread(buffer.data(), 1, buffer.size(), pipe)) > 0;)
-            run.out.append(buffer.data(), n);
-        run.code = WEXITSTATUS(pclose(pipe));
-        run.err = readFile(errors);
-        return run;
+        return runProgram(std::string(TAV_TAVCTL_PROGRAM) + " " + arguments);
     }
 
     static std::string text(int pid) { return " " + std::to_string(pid); }
@@ -49,7 +29,7 @@ protected:
 
 TEST_P(CpuLimitCommandTest, SetsALimitAndShowsThatItHolds)
 {
-    const Outcome run = tavctl("cpu-limit --percent 20" + text(m_process.pid()));
+    const ProgramResult run = tavctl("cpu-limit --percent 20" + text(m_process.pid()));
     EXPECT_EQ(run.code, 0);
     EXPECT_THAT(run.err, IsEmpty());
     EXPECT_THAT(run.out, HasSubstr("controller      " + m_controller->mount() + "\n"));
@@ -63,7 +43,7 @@ TEST_P(CpuLimitCommandTest, SetsALimitAndShowsThatItHolds)
 
 TEST_P(CpuLimitCommandTest, PrintsJson)
 {
-    const Outcome run = tavctl("cpu-limit --json --group other --percent 20" + text(m_process.pid()));
+    const ProgramResult run = tavctl("cpu-limit --json --group other --percent 20" + text(m_process.pid()));
     EXPECT_EQ(run.code, 0);
     const json result = json::parse(run.out);
     EXPECT_EQ(result["success"], true);
@@ -84,7 +64,7 @@ TEST_P(CpuLimitCommandTest, PrintsJson)
 TEST_P(CpuLimitCommandTest, TellsOfARefusedQuota)
 {
     ASSERT_EQ(tavctl("cpu-limit --percent 20" + text(m_process.pid())).code, 0);
-    const Outcome run = tavctl("cpu-limit --percent 0" + text(m_process.pid()));
+    const ProgramResult run = tavctl("cpu-limit --percent 0" + text(m_process.pid()));
     EXPECT_EQ(run.code, 1);
     EXPECT_EQ(run.err,
               "tavctl: cpu-limit: the kernel refused a quota of 0 us: none may be below 1000 us; " + quotaOf(20) +
@@ -93,7 +73,7 @@ TEST_P(CpuLimitCommandTest, TellsOfARefusedQuota)
 
 TEST_P(CpuLimitCommandTest, TellsWhenNoLimitIsInForceAtAll)
 {
-    const Outcome run = tavctl("cpu-limit --percent 0" + text(m_process.pid()));
+    const ProgramResult run = tavctl("cpu-limit --percent 0" + text(m_process.pid()));
     EXPECT_EQ(run.code, 1);
     EXPECT_THAT(run.err, HasSubstr("; no limit is in force\n"));
 }
@@ -101,7 +81,7 @@ TEST_P(CpuLimitCommandTest, TellsWhenNoLimitIsInForceAtAll)
 TEST_P(CpuLimitCommandTest, TellsOfTheGroupAroundThatHasLess)
 {
     m_controller->write("cpu.cfs_quota_us", "30000");
-    const Outcome run = tavctl("cpu-limit --percent 100" + text(m_process.pid()));
+    const ProgramResult run = tavctl("cpu-limit --percent 100" + text(m_process.pid()));
     EXPECT_EQ(run.code, 1);
     EXPECT_THAT(run.err, HasSubstr("the group around has 30000 us to give; no limit is in force\n"));
 }
@@ -114,7 +94,7 @@ TEST_P(CpuLimitCommandTest, TellsOfEachProcessThatWasNotMoved)
     zombie.becomeZombie();
     dead.becomeZombie();
     dead.reap();
-    const Outcome run =
+    const ProgramResult run =
         tavctl("cpu-limit --json --percent 20" + text(noProcess) + text(zombie.pid()) + text(m_process.pid()));
     EXPECT_THAT(run.err, HasSubstr("process" + text(noProcess) + " does not exist\n"));
     EXPECT_EQ(run.code, 1);
@@ -129,7 +109,7 @@ TEST_P(CpuLimitCommandTest, TakesAThreadForItsProcess)
     const LoadProcess threads(2);
     const int thread = *threads.threads().rbegin();
     ASSERT_NE(thread, threads.pid());
-    const Outcome run = tavctl("cpu-limit --percent 20" + text(thread));
+    const ProgramResult run = tavctl("cpu-limit --percent 20" + text(thread));
     EXPECT_EQ(run.code, 0) << run.err;
     EXPECT_THAT(m_controller->members(), ElementsAre(threads.pid()));
 }
@@ -137,7 +117,7 @@ TEST_P(CpuLimitCommandTest, TakesAThreadForItsProcess)
 TEST_P(CpuLimitCommandTest, TellsWhyTheLibraryRefuses)
 {
     m_controller->makeReadOnly();
-    const Outcome run = tavctl("cpu-limit --percent 20" + text(m_process.pid()));
+    const ProgramResult run = tavctl("cpu-limit --percent 20" + text(m_process.pid()));
     EXPECT_EQ(run.code, 1);
     EXPECT_THAT(run.out, IsEmpty());
     EXPECT_EQ(run.err, "tavctl: cpu-limit: not set: Failed to create subgroup for cgroup task\n");
@@ -145,7 +125,7 @@ TEST_P(CpuLimitCommandTest, TellsWhyTheLibraryRefuses)
 
 TEST_P(CpuLimitCommandTest, ShowsThatNothingHasBeenSetYet)
 {
-    const Outcome run = tavctl("cpu-limit --status");
+    const ProgramResult run = tavctl("cpu-limit --status");
     EXPECT_EQ(run.code, 0);
     EXPECT_EQ(run.out,
               "controller      " + m_controller->mount() + "\ngroup           none yet: the first limit makes it\n");
@@ -169,14 +149,14 @@ class CpuLimitCommandWithoutControllerTest : public CpuLimitCommandTest
 
 TEST_P(CpuLimitCommandWithoutControllerTest, SaysThatTheHostHasNone)
 {
-    const Outcome run = tavctl("cpu-limit --percent 20" + text(m_process.pid()));
+    const ProgramResult run = tavctl("cpu-limit --percent 20" + text(m_process.pid()));
     EXPECT_EQ(run.code, 1);
     EXPECT_THAT(run.err, HasSubstr("this host offers no cgroup v1 cpu controller"));
 }
 
 TEST_P(CpuLimitCommandWithoutControllerTest, ShowsThatTheHostHasNone)
 {
-    const Outcome run = tavctl("cpu-limit --status");
+    const ProgramResult run = tavctl("cpu-limit --status");
     EXPECT_EQ(run.code, 0);
     EXPECT_THAT(run.out, HasSubstr("controller      none"));
     EXPECT_EQ(json::parse(tavctl("cpu-limit --status --json").out)["controller"], nullptr);
@@ -198,7 +178,7 @@ TEST_P(CpuLimitCommandWithoutControllerTest, RefusesArgumentsThatMakeNoSense)
                                   "--status --percent 20",
                                   "--status --group x"})
     {
-        const Outcome run = tavctl(std::string("cpu-limit ") + arguments);
+        const ProgramResult run = tavctl(std::string("cpu-limit ") + arguments);
         EXPECT_EQ(run.code, 2) << arguments;
         EXPECT_THAT(run.out, IsEmpty()) << arguments;
         EXPECT_FALSE(run.err.empty()) << arguments;
