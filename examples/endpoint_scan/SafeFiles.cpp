@@ -171,6 +171,8 @@ void moveByCopy(int fromDirectory, const std::string& fromName, int toDirectory,
 {
     const struct stat copied = copyFile(fromDirectory, fromName, toDirectory, toName);
     Unfinished copy(toDirectory, toName);
+    if (sha256At(fromDirectory, fromName) != sha256At(toDirectory, toName))
+        throw std::system_error(EIO, std::generic_category(), fromName + " was not copied faithfully");
     if (!isUnchanged(copied, statusAt(fromDirectory, fromName)))
         throw std::system_error(EBUSY, std::generic_category(), fromName + " changed while it was moved");
     if (::unlinkat(fromDirectory, fromName.c_str(), 0) != 0)

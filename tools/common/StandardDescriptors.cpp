@@ -10,7 +10,7 @@ namespace programs
 
 void restoreProcessDefaults()
 {
-    std::signal(SIGCHLD, SIG_DFL);
+    static_cast<void>(std::signal(SIGCHLD, SIG_DFL));
     int fd = ::open("/dev/null", O_RDWR);
     while (fd >= 0 && fd <= STDERR_FILENO)
         fd = ::dup(fd);
