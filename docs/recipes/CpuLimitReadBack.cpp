@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <fstream>
 #include <iterator>
@@ -22,13 +23,9 @@ bool limitHolds(const std::string& taskGroup, const std::set<int>& pids, std::in
     if (!(quotaFile >> quota) || quota != quotaUs)
         return false; // the kernel refuses a quota below 1000 us, for instance
     std::ifstream procsFile(taskGroup + "/cgroup.procs");
-    std::set<int> members{std::istream_iterator<int>(procsFile), {}};
-    for (const int pid : pids)
-    {
-        if (pid > 0 && members.count(pid) == 0)
-            return false; // ended since, or refused
-    }
-    return true;
+    const std::set<int> members{std::istream_iterator<int>(procsFile), {}};
+    const auto isMember = [&members](int pid) { return pid <= 0 || members.count(pid) != 0; };
+    return std::all_of(pids.begin(), pids.end(), isMember); // one that is missing has ended since, or was refused
 }
 //! [cpu limit read back]
 

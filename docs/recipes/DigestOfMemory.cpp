@@ -24,7 +24,9 @@ std::optional<std::string> sha256OfBytes(TAV::IQelSSL& ssl, const std::string& b
     ssize_t size = 0;
     while (done < bytes.size() && (size = ::write(fd, bytes.data() + done, bytes.size() - done)) > 0)
         done += static_cast<std::size_t>(size);
-    std::string md5, sha1, sha256;
+    std::string md5;
+    std::string sha1;
+    std::string sha256;
     const bool hashed =
         done == bytes.size() &&
         ssl.getChecksumValues("/proc/self/fd/" + std::to_string(fd), TAV::INPUT_FILE_PATH, md5, sha1, sha256);

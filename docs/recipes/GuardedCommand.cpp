@@ -56,9 +56,9 @@ std::vector<std::string> resultsOf(const std::string& program, Run run)
 /// A file that may be executed, and of which the kernel makes no process.
 std::string notAProgram(const TAV::test::TemporaryDirectory& directory)
 {
-    const std::string path = directory.write("not-a-program",
-                                             "\x7f"
-                                             "ELF, but no more than that");
+    std::string path = directory.write("not-a-program",
+                                       "\x7f"
+                                       "ELF, but no more than that");
     EXPECT_EQ(::chmod(path.c_str(), 0700), 0);
     return path;
 }

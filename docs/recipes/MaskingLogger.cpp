@@ -31,7 +31,7 @@ public:
     }
 
 private:
-    std::string masked(std::string text) const
+    [[nodiscard]] std::string masked(std::string text) const
     {
         if (m_secret.empty())
             return text;

@@ -86,6 +86,7 @@ TEST(MimeDetectorTest, ServesThreadsWithOneInstanceEach)
     const std::string path = directory.write("text", "plain words\n");
     std::vector<std::optional<std::string>> answers(4);
     std::vector<std::thread> threads;
+    threads.reserve(answers.size());
     for (auto& answer : answers)
         threads.emplace_back([&answer, &path] { answer = MimeDetector().typeOf(path); });
     for (std::thread& thread : threads)

@@ -38,7 +38,7 @@ public:
     }
 
 private:
-    void write(int level, const std::string& component, const std::string& message)
+    void write(int level, const std::string& component, const std::string& message) const
     {
         std::string line = std::to_string(level) + " " + component + " " + message;
         for (char& character : line)
@@ -61,6 +61,7 @@ TEST(OneWriteLoggerTest, KeepsLinesOfManyThreadsWhole)
     {
         OneWriteLogger logger(path);
         std::vector<std::thread> threads;
+        threads.reserve(4);
         for (int i = 0; i < 4; ++i)
         {
             threads.emplace_back(

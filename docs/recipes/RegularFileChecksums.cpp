@@ -24,7 +24,9 @@ std::optional<std::string> sha256OfRegularFile(TAV::IQelSSL& ssl, const std::str
         return std::nullopt;
     struct stat status = {};
     const bool isRegular = ::fstat(fd, &status) == 0 && S_ISREG(status.st_mode);
-    std::string md5, sha1, sha256;
+    std::string md5;
+    std::string sha1;
+    std::string sha256;
     const std::string pinned = "/proc/self/fd/" + std::to_string(fd);
     const bool hashed = isRegular && ssl.getChecksumValues(pinned, TAV::INPUT_FILE_PATH, md5, sha1, sha256);
     ::close(fd);
@@ -45,7 +47,9 @@ TEST(RegularFileChecksumsTest, RefusesDirectoryWhichPlainCallTakesForEmptyFile)
 {
     const TAV::test::TemporaryDirectory directory;
     TAV::QelSSLUtils ssl;
-    std::string md5, sha1, sha256;
+    std::string md5;
+    std::string sha1;
+    std::string sha256;
 
     EXPECT_EQ(sha256OfRegularFile(ssl, directory.path()), std::nullopt);
     EXPECT_TRUE(ssl.getChecksumValues(directory.path(), TAV::INPUT_FILE_PATH, md5, sha1, sha256));

@@ -25,7 +25,7 @@ protected:
         tree.write("docs/two.md", "two\n");
     }
 
-    Page page(const std::string& text) const { return {tree.file("README.md"), text}; }
+    [[nodiscard]] Page page(const std::string& text) const { return {tree.file("README.md"), text}; }
 
     TemporaryDirectory tree;
 };
