@@ -29,7 +29,7 @@ namespace
 
 void complain(const std::string& message)
 {
-    std::fputs(("endpoint_scan: " + message + "\n").c_str(), stderr);
+    static_cast<void>(std::fputs(("endpoint_scan: " + message + "\n").c_str(), stderr));
 }
 
 /// The services, wired up as a daemon does it once at its start.

@@ -19,7 +19,7 @@ Progress::Progress() : m_isTerminal(::isatty(STDERR_FILENO) == 1) {}
 Progress::~Progress()
 {
     if (m_isTerminal)
-        std::fputs("\r\x1b[K", stderr);
+        static_cast<void>(std::fputs("\r\x1b[K", stderr));
 }
 
 void Progress::show(std::size_t done, std::size_t all)
@@ -29,7 +29,8 @@ void Progress::show(std::size_t done, std::size_t all)
     const std::size_t filled = all == 0 ? kWidth : done * kWidth / all;
     std::string bar(filled, '#');
     bar.resize(kWidth, '.');
-    std::fputs(("\r[" + bar + "] " + std::to_string(done) + " of " + std::to_string(all) + " files").c_str(), stderr);
+    static_cast<void>(std::fputs(
+        ("\r[" + bar + "] " + std::to_string(done) + " of " + std::to_string(all) + " files").c_str(), stderr));
 }
 
 } // namespace endpointscan

@@ -79,7 +79,7 @@ std::string freeId(int directory)
 std::string storedName(std::size_t index, const std::string& sha256)
 {
     std::array<char, 32> number{};
-    std::snprintf(number.data(), number.size(), "%04zu", index + 1);
+    static_cast<void>(std::snprintf(number.data(), number.size(), "%04zu", index + 1));
     return number.data() + ("-" + sha256);
 }
 

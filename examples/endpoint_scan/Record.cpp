@@ -91,7 +91,7 @@ void requireHarmless(const Record& record)
 std::string modeText(mode_t mode)
 {
     std::array<char, 8> text{};
-    std::snprintf(text.data(), text.size(), "%04o", static_cast<unsigned int>(mode & kPermissions));
+    static_cast<void>(std::snprintf(text.data(), text.size(), "%04o", static_cast<unsigned int>(mode & kPermissions)));
     return text.data();
 }
 

@@ -22,7 +22,8 @@ TAV::kernelVersion parseKernelRelease(const std::string& release)
     unsigned int major = 0;
     unsigned int minor = 0;
     unsigned int patch = 0;
-    std::sscanf(release.c_str(), "%9u.%9u.%9u", &major, &minor, &patch);
+    // What it does not find stays 0.
+    static_cast<void>(std::sscanf(release.c_str(), "%9u.%9u.%9u", &major, &minor, &patch));
     return {clamped(major), clamped(minor), clamped(patch)};
 }
 

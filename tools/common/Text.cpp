@@ -66,7 +66,7 @@ bool isControl(const std::string& text, std::size_t at, std::size_t length)
 std::string escaped(unsigned char byte)
 {
     std::array<char, 5> text{};
-    std::snprintf(text.data(), text.size(), "\\x%02x", static_cast<unsigned int>(byte));
+    static_cast<void>(std::snprintf(text.data(), text.size(), "\\x%02x", static_cast<unsigned int>(byte)));
     return text.data();
 }
 

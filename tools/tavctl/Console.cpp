@@ -24,7 +24,7 @@ void Console::write(const std::string& bytes)
 
 void Console::error(const std::string& message)
 {
-    std::fputs(("tavctl: " + programs::printable(message) + "\n").c_str(), stderr);
+    static_cast<void>(std::fputs(("tavctl: " + programs::printable(message) + "\n").c_str(), stderr));
 }
 
 bool Console::flush()

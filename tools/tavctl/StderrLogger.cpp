@@ -18,7 +18,7 @@ void StderrLogger::log(int level, std::string component, const std::string& mess
         return;
     const std::string line =
         "[" + std::to_string(level) + "] " + component + ": " + programs::printable(m_mask.masked(message)) + "\n";
-    std::fputs(line.c_str(), stderr);
+    static_cast<void>(std::fputs(line.c_str(), stderr));
 }
 
 } // namespace tavctl
