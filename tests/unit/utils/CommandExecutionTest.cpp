@@ -251,6 +251,7 @@ constexpr StatusCase kStatuses[] = {
     {0x0000, true, "exit 0"},
     {0x0100, false, "exit 1"},
     {0x7f00, false, "exit 127"},
+    {0x8000, false, "exit 128"},
     {0xff00, false, "exit 255"},
     {0x0001, false, "killed by signal 1"},
     {0x0009, false, "killed by SIGKILL"},
