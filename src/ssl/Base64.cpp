@@ -98,7 +98,6 @@ bool QelSSLUtils::decodeBase64(std::string input, std::string& out)
     if (input.size() <= 3)
         return false;
     const std::size_t expected = input.size() * 3 / 4 - paddingOf(input);
-    const std::unique_ptr<char[]> decoded(new char[expected + 1]);
 
     BIO* memory = BIO_new_mem_buf(input.c_str(), -1);
     BIO* filter = BIO_new(BIO_f_base64());
@@ -106,11 +105,11 @@ bool QelSSLUtils::decodeBase64(std::string input, std::string& out)
         return false; // deliberately without releasing the memory BIO
     const BioChain chain(BIO_push(filter, memory));
     BIO_set_flags(chain.get(), BIO_FLAGS_BASE64_NO_NL);
-    const int size = BIO_read(chain.get(), decoded.get(), static_cast<int>(input.size()));
-    if (size < 0 || static_cast<std::size_t>(size) != expected)
-        return false;
-    out.assign(decoded.get(), expected);
-    return true;
+    out.resize(expected + 1); // the decoder may yield one byte too many
+    const int size = BIO_read(chain.get(), out.data(), static_cast<int>(input.size()));
+    const bool complete = size >= 0 && static_cast<std::size_t>(size) == expected;
+    out.resize(complete ? expected : 0);
+    return complete;
 }
 
 } // namespace TAV
