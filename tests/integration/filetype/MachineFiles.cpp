@@ -12,7 +12,6 @@ namespace
 
 namespace fs = std::filesystem;
 
-constexpr std::size_t kEnough = 600;
 /// Empty files are all of one kind, and what is large takes long without telling more.
 constexpr std::uintmax_t kLargest = 256 * 1024;
 
@@ -51,6 +50,17 @@ std::vector<std::string> someOf(const std::vector<std::string>& paths, std::size
     return chosen;
 }
 
+/// At most `count` of them, from the whole length of the list.
+std::vector<std::string> thinnedOut(const std::vector<std::string>& paths, std::size_t count)
+{
+    if (paths.size() <= count)
+        return paths;
+    std::vector<std::string> kept;
+    for (std::size_t i = 0; i < count; ++i)
+        kept.push_back(paths[i * paths.size() / count]);
+    return kept;
+}
+
 std::vector<std::string> choose()
 {
     std::vector<std::string> all = regularFilesBelow("/usr");
@@ -58,9 +68,9 @@ std::vector<std::string> choose()
     all.insert(all.end(), more.begin(), more.end());
     std::sort(all.begin(), all.end());
     std::vector<std::string> chosen;
-    for (std::size_t ofEachKind = 1; chosen.size() < kEnough && chosen.size() < all.size(); ++ofEachKind)
+    for (std::size_t ofEachKind = 1; chosen.size() < kMachineFiles && chosen.size() < all.size(); ++ofEachKind)
         chosen = someOf(all, ofEachKind);
-    return chosen;
+    return thinnedOut(chosen, kMachineFiles);
 }
 
 } // namespace

@@ -149,6 +149,7 @@ TEST(ChecksumTest, EightThreadsShareOneObject)
         }
     };
     std::vector<std::thread> threads;
+    threads.reserve(8);
     for (int number = 0; number < 8; ++number)
         threads.emplace_back(work, number);
     for (std::thread& thread : threads)
