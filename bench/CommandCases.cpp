@@ -1,15 +1,13 @@
-#include <unistd.h>
+#include <sys/resource.h>
 
-#include <array>
+#include <algorithm>
 #include <vector>
 
 #include "Cases.h"
+#include "LibraryCommands.h"
 #include "Pair.h"
 #include "Resident.h"
-#include "ToldLimit.h"
 #include "peers/Peers.h"
-#include "tav/TAVSystemUtils.h"
-#include "tav/TAVUtils.h"
 
 namespace TAV::bench
 {
@@ -17,70 +15,21 @@ namespace
 {
 
 constexpr std::size_t kSmallDaemon = 10 * kMegabyte;
-constexpr long kUsualLimit = 1024;
-constexpr long kContainerLimit = 1048576;
+constexpr rlim_t kUsualLimit = 1024;
 
-class SilentLogger : public ILogger
-{
-public:
-    void log(int, std::string) override {}
-    void log(int, std::string, const std::string&) override {}
-};
-
-TAVUtils& utils()
-{
-    static SilentLogger logger;
-    static const kernelVersion version{6, 1, 0};
-    static TAVUtils object(std::make_shared<TAVSystemUtils>(), logger, std::make_shared<kernelVersion>(version));
-    return object;
-}
-
-/// A child that comes back must not go on measuring.
-void succeedAsParent(pid_t parent, bool success, const char* operation)
-{
-    if (::getpid() != parent)
-        ::_exit(127);
-    require(success, operation);
-}
-
-void runTrue()
-{
-    const pid_t parent = ::getpid();
-    const bool success = utils().executeSystemCommand({peers::kTrue}, nullptr);
-    succeedAsParent(parent, success, "executeSystemCommand");
-}
-
-void captureEcho()
-{
-    const pid_t parent = ::getpid();
-    std::array<int, 2> fds{};
-    require(::pipe(fds.data()) == 0, "pipe");
-    const bool success = utils().readSystemCommandOutput({peers::kEcho, peers::kWord}, nullptr, fds.data());
-    succeedAsParent(parent, success, "readSystemCommandOutput");
-    ::close(fds[1]);
-    std::array<char, 64> text{};
-    require(::read(fds[0], text.data(), text.size()) > 0, "read");
-    ::close(fds[0]);
-}
-
-Work toldLimit(long limit, Work work)
-{
-    return [limit, work = std::move(work)]
-    {
-        tellDescriptorLimit(limit);
-        work();
-        tellDescriptorLimit(kUsualLimit);
-    };
-}
-
-/// A process of this size that is told the usual limit. Peers that close descriptors one by one thus have few to close.
+/// A process of this size.
 std::function<std::shared_ptr<void>()> daemonOf(std::size_t size)
 {
-    return [size]
-    {
-        tellDescriptorLimit(kUsualLimit);
-        return std::make_shared<Resident>(missingTo(size));
-    };
+    return [size] { return std::make_shared<Resident>(missingTo(size)); };
+}
+
+/// Peers that close descriptors one by one shall have few to close.
+void takeUsualDescriptorLimit()
+{
+    rlimit limit = {};
+    require(::getrlimit(RLIMIT_NOFILE, &limit) == 0, "getrlimit");
+    limit.rlim_cur = std::min(limit.rlim_max, kUsualLimit);
+    require(::setrlimit(RLIMIT_NOFILE, &limit) == 0, "setrlimit");
 }
 
 struct Peer
@@ -94,12 +43,6 @@ void addSmallDaemonCases(const std::string& what, const Work& ours, const std::v
 {
     for (const Peer& peer : peerList)
         compare({what + ", 10 MB resident", peer.name, peer.target, ours, peer.work, daemonOf(kSmallDaemon)});
-    compare({what + ", told 1,048,576 descriptors",
-             "the library, told 1,024",
-             1.10,
-             toldLimit(kContainerLimit, ours),
-             toldLimit(kUsualLimit, ours),
-             daemonOf(kSmallDaemon)});
 }
 
 void addLargeDaemonCases()
@@ -153,6 +96,7 @@ void addRemedyCases()
 
 void addCommandCases()
 {
+    takeUsualDescriptorLimit();
     addSmallDaemonCases("run /bin/true",
                         runTrue,
                         {{"plain fork", 1.10, peers::plainRun()},

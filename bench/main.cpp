@@ -1,7 +1,7 @@
 #include <benchmark/benchmark.h>
 
 #include "Cases.h"
-#include "TableReporter.h"
+#include "RowReporter.h"
 
 int main(int argc, char** argv)
 {
@@ -15,7 +15,7 @@ int main(int argc, char** argv)
 #ifdef TAV_BENCH_HAS_CPU_LIMIT
     TAV::bench::addCpuLimitCases();
 #endif
-    TAV::bench::TableReporter table;
-    benchmark::RunSpecifiedBenchmarks(&table);
+    TAV::bench::RowReporter rows;
+    benchmark::RunSpecifiedBenchmarks(&rows);
     return 0;
 }

@@ -14,7 +14,7 @@ usage()
 }
 
 [ $# -ge 1 ] || usage
-program=$1/bench/tav_bench
+programs="$1/bench/tav_bench_told_limit $1/bench/tav_bench"
 shift
 page=
 if [ "${1:-}" = --write ]; then
@@ -28,10 +28,12 @@ if [ "${1:-}" = --write ]; then
         }
     done
 fi
-[ -x "$program" ] || {
-    echo "$0: $program is missing: build the release preset first" >&2
-    exit 1
-}
+for program in $programs; do
+    [ -x "$program" ] || {
+        echo "$0: $program is missing: build the release preset first" >&2
+        exit 1
+    }
+done
 
 machine()
 {
@@ -42,19 +44,45 @@ machine()
     echo "$(date +%Y-%m-%d), ${processor:-$(uname -m)}, $(nproc) CPUs, $memory GB, $system, Linux $(uname -r)"
 }
 
-result=$(mktemp)
-trap 'rm -f "$result"' EXIT
-machine >"$result"
-echo >>"$result"
-"$program" "$@" >>"$result"
-cat "$result"
+# Aligns rows of cells separated by tabs as a Markdown table and counts the targets.
+table()
+{
+    awk -F '\t' '
+        { rows = NR; for (i = 1; i <= 7; ++i) { cell[NR, i] = $i; if (length($i) > width[i]) width[i] = length($i) } }
+        $7 != "" && NR > 1 { ++targets; reached += $7 == "yes" }
+        END {
+            for (row = 1; row <= rows; ++row) {
+                for (i = 1; i <= 7; ++i) printf "| %-*s ", width[i], cell[row, i]
+                print "|"
+                if (row > 1) continue
+                for (i = 1; i <= 7; ++i) { rule = sprintf("%*s", width[i], ""); gsub(/ /, "-", rule); printf "| %s ", rule }
+                print "|"
+            }
+            printf "\n%d of %d targets reached.\n", reached, targets
+        }'
+}
+
+result=$(mktemp -d)
+trap 'rm -rf "$result"' EXIT
+printf 'case\tpeer\tlibrary\tpeer'"'"'s\tratio\ttarget\treached\n' >"$result/rows"
+for program in $programs; do
+    # With a part of the cases, a program may have none.
+    { "$program" "$@" 2>"$result/errors" || touch "$result/failed"; } | tee -a "$result/rows" >&2
+    grep -v 'Failed to match any benchmarks' "$result/errors" >&2 || true
+done
+{
+    machine
+    echo
+    table <"$result/rows"
+} >"$result/table"
+cat "$result/table"
+[ ! -e "$result/failed" ] || exit 1
 
 if [ -n "$page" ]; then
-    awk -v table="$result" '
+    awk -v table="$result/table" '
         /^<!-- bench:end -->$/ { inside = 0 }
         !inside { print }
         /^<!-- bench:begin -->$/ { inside = 1; print ""; while ((getline line < table) > 0) print line; print "" }
-    ' "$page" >"$result.page"
-    cat "$result.page" >"$page"
-    rm -f "$result.page"
+    ' "$page" >"$result/page"
+    cat "$result/page" >"$page"
 fi
