@@ -74,12 +74,33 @@ TEST_F(ProcessCallsTest, ReportsThatThereIsNoSuchChild)
     EXPECT_EQ(m_status, kUntouched);
 }
 
+/// Signals that interrupt a blocking call. They go on coming, so that one of them surely meets the call.
+class Ticking
+{
+public:
+    Ticking()
+    {
+        struct sigaction ticking = {};
+        ticking.sa_handler = [](int) {};
+        ::sigaction(SIGALRM, &ticking, &m_before);
+        const struct itimerval often = {{0, 20000}, {0, 20000}};
+        ::setitimer(ITIMER_REAL, &often, nullptr);
+    }
+    Ticking(const Ticking&) = delete;
+    Ticking& operator=(const Ticking&) = delete;
+    ~Ticking()
+    {
+        const struct itimerval never = {};
+        ::setitimer(ITIMER_REAL, &never, nullptr);
+        ::sigaction(SIGALRM, &m_before, nullptr);
+    }
+
+private:
+    struct sigaction m_before = {};
+};
+
 TEST_F(ProcessCallsTest, ReportsAWaitThatIsInterrupted)
 {
-    struct sigaction ticking = {};
-    struct sigaction before = {};
-    ticking.sa_handler = [](int) {};
-    ASSERT_EQ(::sigaction(SIGALRM, &ticking, &before), 0);
     const pid_t child = m_system.fork(m_err);
     if (child == 0)
     {
@@ -87,14 +108,11 @@ TEST_F(ProcessCallsTest, ReportsAWaitThatIsInterrupted)
             ::pause();
     }
     ASSERT_GT(child, 0);
-    // It goes on ticking, so that one of the ticks surely meets the wait.
-    const struct itimerval often = {{0, 20000}, {0, 20000}};
-    ASSERT_EQ(::setitimer(ITIMER_REAL, &often, nullptr), 0);
-    EXPECT_EQ(m_system.waitpid(child, &m_status, 0, m_err), -1);
+    {
+        const Ticking ticking;
+        EXPECT_EQ(m_system.waitpid(child, &m_status, 0, m_err), -1);
+    }
     EXPECT_EQ(m_err, EINTR);
-    const struct itimerval never = {};
-    ::setitimer(ITIMER_REAL, &never, nullptr);
-    ::sigaction(SIGALRM, &before, nullptr);
     EXPECT_EQ(::kill(child, SIGKILL), 0);
     EXPECT_EQ(m_system.waitpid(child, &m_status, 0, m_err), child);
 }
