@@ -5,10 +5,10 @@
 
 #include <gmock/gmock.h>
 
+#include "support/RecordingLogger.h"
 #include "tav/FMXException.h"
 #include "tav/MagicUtils.h"
 #include "tav/TAVUtils.h"
-#include "support/RecordingLogger.h"
 
 namespace TAV::test
 {
