@@ -34,6 +34,16 @@ if(TAVUTILS_COVERAGE)
   target_link_options(tav_code INTERFACE --coverage)
 endif()
 
+# The tests are compiled for every build and run once in each: here the compiler's time counts, not the program's. A
+# sanitizer watches their memory and threads like the library's, but looks for undefined behaviour in the library alone.
+add_library(tav_test_code INTERFACE)
+target_link_libraries(tav_test_code INTERFACE tav_warnings)
+target_compile_options(tav_test_code INTERFACE -O0 -g1)
+if(TAVUTILS_SANITIZE)
+  target_compile_options(tav_test_code INTERFACE -fsanitize=${TAVUTILS_SANITIZE} -fno-sanitize=undefined)
+  target_link_options(tav_test_code INTERFACE -fsanitize=${TAVUTILS_SANITIZE})
+endif()
+
 # tav_hide_symbols(TARGET): only what the public headers mark leaves the library.
 function(tav_hide_symbols target)
   set_target_properties(${target} PROPERTIES CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)

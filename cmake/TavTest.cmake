@@ -8,6 +8,9 @@ function(tav_add_test name)
   endif()
   add_executable(${name} ${ARG_SOURCES})
   target_link_libraries(${name} PRIVATE tav_test_support ${ARG_LIBRARIES} GTest::gmock GTest::gtest_main)
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+    target_precompile_headers(${name} REUSE_FROM tav_test_support)
+  endif()
   gtest_discover_tests(
     ${name}
     TEST_LIST ${name}_tests
