@@ -1,7 +1,8 @@
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
-#include <cerrno>
+#include <csignal>
 #include <filesystem>
 
 #include "KernelCgroupTest.h"
@@ -159,6 +160,29 @@ TEST(PrivateControllerTest, LeavesNoTrace)
     EXPECT_EQ(fs::current_path(), directory);
     EXPECT_EQ(tracesOnTheMachine(), before);
     EXPECT_EQ(readFile("/proc/self/cgroup").find("tavutils-test"), std::string::npos);
+}
+
+TEST(PrivateControllerTest, RemovesWhatAKilledRunLeft)
+{
+    const std::string reason = PrivateController::whyUnavailable();
+    if (!reason.empty())
+        GTEST_SKIP() << reason;
+    const TemporaryDirectory directory;
+    const pid_t child = fork();
+    if (child == 0)
+    {
+        const PrivateController controller(Place::First);
+        directory.write("name", controller.name());
+        raise(SIGKILL);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    ASSERT_TRUE(WIFSIGNALED(status));
+    const std::string name = readFile(directory.file("name"));
+    const PrivateController controller(Place::First);
+    EXPECT_FALSE(controller.exists(name));
+    EXPECT_TRUE(controller.exists(controller.name()));
+    EXPECT_FALSE(fs::exists(fs::path(directory.path()).parent_path() / name));
 }
 
 } // namespace

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sched.h>
+#include <sys/file.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -59,6 +60,13 @@ Hierarchy cpuHierarchyOf(const std::string& process)
     return {};
 }
 
+/// Removes a cgroup that stood for the root, and the library's group in it.
+int removeGroup(int parentFd, const std::string& name)
+{
+    unlinkat(parentFd, (name + "/zell_tp_ods").c_str(), AT_REMOVEDIR);
+    return unlinkat(parentFd, name.c_str(), AT_REMOVEDIR);
+}
+
 void makeNamespacePrivate()
 {
     check(unshare(CLONE_NEWNS), "unshare");
@@ -108,6 +116,8 @@ std::string PrivateController::whyUnavailable()
 PrivateController::PrivateController(Place place)
     : m_place(place), m_mount(mountPointOf(place)), m_name(fs::path(m_scratch.path()).filename())
 {
+    m_lockFd = open(m_scratch.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    check(flock(m_lockFd, LOCK_EX), "lock " + m_scratch.path());
     m_homeFd = open("/proc/self/ns/mnt", O_RDONLY | O_CLOEXEC);
     m_directoryFd = open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     check(std::min(m_homeFd, m_directoryFd), "remember the namespace");
@@ -142,6 +152,7 @@ void PrivateController::mountController()
     const std::string parent = fs::exists(controller + own.path) ? controller + own.path : controller;
     m_parentFd = open(parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     check(m_parentFd, "open " + parent);
+    removeLeftovers();
     m_cgroup = parent + "/" + m_name;
     check(mkdir(m_cgroup.c_str(), 0755), "make " + m_cgroup);
     m_cgroupInHierarchy = (own.path == "/" ? "" : own.path) + "/" + m_name;
@@ -188,7 +199,7 @@ void PrivateController::leave()
 {
     EXPECT_EQ(setns(m_homeFd, CLONE_NEWNS), 0) << std::strerror(errno);
     EXPECT_EQ(fchdir(m_directoryFd), 0) << std::strerror(errno);
-    for (int* fd : {&m_homeFd, &m_directoryFd, &m_parentFd})
+    for (int* fd : {&m_lockFd, &m_homeFd, &m_directoryFd, &m_parentFd})
         close(std::exchange(*fd, -1));
 }
 
@@ -201,9 +212,32 @@ void PrivateController::removeGroups() const
         EXPECT_EQ(::write(procsFd, self.data(), self.size()), static_cast<ssize_t>(self.size()));
         close(procsFd);
     }
-    unlinkat(m_parentFd, (m_name + "/zell_tp_ods").c_str(), AT_REMOVEDIR);
-    EXPECT_EQ(unlinkat(m_parentFd, m_name.c_str(), AT_REMOVEDIR), 0)
-        << "the cgroup " << m_name << " is left: " << std::strerror(errno);
+    EXPECT_EQ(removeGroup(m_parentFd, m_name), 0) << "the cgroup " << m_name << " is left: " << std::strerror(errno);
+}
+
+/// Each run locks a directory of the same name as its cgroup: one that nobody holds was left by a run that was killed.
+void PrivateController::removeLeftovers() const
+{
+    const fs::path parent = "/proc/self/fd/" + std::to_string(m_parentFd);
+    for (const fs::directory_entry& entry : fs::directory_iterator(parent))
+    {
+        const std::string name = entry.path().filename();
+        if (name.rfind("tavutils-test-", 0) != 0)
+            continue;
+        const fs::path scratch = fs::path(m_scratch.path()).parent_path() / name;
+        const int fd = open(scratch.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        if (fd < 0)
+            continue;
+        std::error_code ignored;
+        if (flock(fd, LOCK_EX | LOCK_NB) == 0 && removeGroup(m_parentFd, name) == 0)
+            fs::remove_all(scratch, ignored);
+        close(fd);
+    }
+}
+
+bool PrivateController::exists(const std::string& name) const
+{
+    return faccessat(m_parentFd, name.c_str(), F_OK, 0) == 0;
 }
 
 std::string PrivateController::groupFile(const std::string& name) const

@@ -21,6 +21,8 @@ std::string mountPointOf(Place place);
 /// The kernel's cgroup v1 `cpu` controller at a place where the library looks, for this process and its later children
 /// only: a mount namespace of its own, in which a new cgroup stands for the root of the controller.
 ///
+/// A run that is killed leaves an empty cgroup and a directory behind; the next one removes them.
+///
 /// At the end the process is back in its namespace, and what was made is gone. Processes that are still in the groups
 /// must have been ended by then, but for the test's own.
 class PrivateController
@@ -34,6 +36,10 @@ public:
     PrivateController& operator=(const PrivateController&) = delete;
     /// Reports a test failure if a trace remains.
     ~PrivateController();
+
+    /// Name of the cgroup that stands for the root, and whether there is one of such a name.
+    const std::string& name() const { return m_name; }
+    bool exists(const std::string& name) const;
 
     const std::string& mount() const { return m_mount; }
     std::string group() const { return m_mount + "/zell_tp_ods"; }
@@ -58,6 +64,7 @@ private:
     void mountFirst() const;
     void leave();
     void removeGroups() const;
+    void removeLeftovers() const;
 
     TemporaryDirectory m_scratch;
     Place m_place;
@@ -66,6 +73,7 @@ private:
     std::string m_cgroup;
     std::string m_cgroupInHierarchy;
     std::string m_mountsBefore;
+    int m_lockFd = -1; ///< tells other runs that this one is alive
     int m_homeFd = -1;
     int m_directoryFd = -1;
     int m_parentFd = -1;
