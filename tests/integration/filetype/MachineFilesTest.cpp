@@ -100,8 +100,8 @@ TEST_F(MachineFilesTest, ByDescriptorTheTypeIsTheToolsType)
 TEST_F(MachineFilesTest, EightThreadsWithAnObjectEachAgree)
 {
     const auto& all = machineFiles();
-    const std::vector<std::string> files(all.begin(),
-                                         all.begin() + std::min<std::ptrdiff_t>(100, all.end() - all.begin()));
+    const auto count = static_cast<std::ptrdiff_t>(std::min(all.size(), test::kMachineFiles / 6));
+    const std::vector<std::string> files(all.begin(), all.begin() + count);
     std::vector<std::string> expected;
     expected.reserve(files.size());
     for (const std::string& path : files)

@@ -52,10 +52,10 @@ TEST(HexTest, EveryByteIsTwoLowercaseDigitsHighHalfFirst)
     std::array<char, 513> text{};
     QelSSLUtils ssl;
     ASSERT_EQ(ssl.hexEncodeBytesIntoString(bytes.data(), 256, text.data(), 513), 513);
-    for (unsigned int value = 0; value < 256; ++value)
+    for (std::size_t value = 0; value < 256; ++value)
     {
         std::array<char, 3> expected{};
-        static_cast<void>(std::snprintf(expected.data(), expected.size(), "%02x", value));
+        static_cast<void>(std::snprintf(expected.data(), expected.size(), "%02zx", value));
         EXPECT_EQ(std::string(&text[value * 2], 2), expected.data());
     }
 }
