@@ -3,6 +3,7 @@
 #include <memory>
 #include <string>
 #include <type_traits>
+#include <typeinfo>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -26,7 +27,7 @@ class InterfaceShapeTest : public testing::Test
 {
 };
 using Interfaces = testing::Types<IMagic, ITAVUtils, IQelSSL, IQelArchiveUtils, ITAVSystemUtils, ILogger>;
-TYPED_TEST_SUITE(InterfaceShapeTest, Interfaces);
+TYPED_TEST_SUITE(InterfaceShapeTest, Interfaces, ClassNames);
 
 TYPED_TEST(InterfaceShapeTest, HasNoData)
 {
@@ -48,7 +49,7 @@ class ImplementationShapeTest : public testing::Test
 {
 };
 using Implementations = testing::Types<MagicUtils, TAVUtils, QelSSLUtils, QelArchiveUtils, TAVSystemUtils>;
-TYPED_TEST_SUITE(ImplementationShapeTest, Implementations);
+TYPED_TEST_SUITE(ImplementationShapeTest, Implementations, ClassNames);
 
 TYPED_TEST(ImplementationShapeTest, CannotBeCopied)
 {
