@@ -20,9 +20,10 @@ namespace TAV::test
 namespace
 {
 
+using testing::_;
 using testing::ElementsAre;
-using testing::ElementsAreArray;
 using testing::Pair;
+using testing::StartsWith;
 using testing::UnorderedElementsAre;
 using Strings = std::vector<std::string>;
 
@@ -87,8 +88,8 @@ TEST_P(ChildSurroundingsTest, TerminationSignalsAreIgnoredWhateverTheCallerDoesW
     {
         const auto set = [disposition]
         {
-            std::signal(SIGTERM, disposition);
-            std::signal(SIGINT, disposition);
+            if (std::signal(SIGTERM, disposition) == SIG_ERR || std::signal(SIGINT, disposition) == SIG_ERR)
+                throw std::runtime_error("cannot set the dispositions");
         };
         EXPECT_THAT(reportOf(nullptr, {}, set).signals,
                     ElementsAre(Pair("SIGINT", "ignored"), Pair("SIGTERM", "ignored")));
@@ -106,20 +107,17 @@ void keepThreeDescriptors(const std::string& path)
 TEST_P(ChildSurroundingsTest, ChildWithoutMapRunsWithDescriptor0Closed)
 {
     const DescriptorTable table = reportOf(nullptr, {}, [this] { keepThreeDescriptors(path("standard")); }).table;
-    EXPECT_EQ(table.count(0), 0);
-    EXPECT_EQ(table.count(1), 1);
-    EXPECT_EQ(table.at(2).substr(0, 7), "w pipe:");
+    const auto writeEnd = StartsWith("w pipe:");
     if (GetParam() == Operation::Execute)
     {
-        EXPECT_EQ(table.at(1), "+ /dev/null");
         // Both ends of its own pipe: that it holds the read end too is part of the behaviour.
-        EXPECT_EQ(table.size(), 4);
+        EXPECT_THAT(
+            table,
+            ElementsAre(Pair(1, "+ /dev/null"), Pair(2, writeEnd), Pair(_, StartsWith("r pipe:")), Pair(_, writeEnd)));
     }
     else
     {
-        EXPECT_EQ(table.at(1).substr(0, 7), "w pipe:");
-        EXPECT_NE(table.at(1), table.at(2));
-        EXPECT_EQ(table.size(), 2);
+        EXPECT_THAT(table, ElementsAre(Pair(1, writeEnd), Pair(2, writeEnd)));
     }
 }
 

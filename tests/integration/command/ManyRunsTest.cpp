@@ -124,6 +124,7 @@ int runOnThreads(int runs)
 {
     std::atomic<int> surprises{0};
     std::vector<std::thread> threads;
+    threads.reserve(kThreads);
     for (int i = 0; i < kThreads; ++i)
     {
         threads.emplace_back(
