@@ -22,6 +22,17 @@ namespace TAV::test
 namespace
 {
 
+struct ClassNames
+{
+    template <typename Class>
+    static std::string GetName(int /*index*/)
+    {
+        const std::string mangled = typeid(Class).name(); // N3TAV6IMagicE
+        const std::size_t start = mangled.find_first_not_of("0123456789", mangled.find("TAV") + 3);
+        return mangled.substr(start, mangled.size() - start - 1);
+    }
+};
+
 template <typename Class>
 class InterfaceShapeTest : public testing::Test
 {
