@@ -30,14 +30,21 @@ bool runGuarded(TAV::ITAVUtils& utils, const std::vector<std::string>& argv, con
     const pid_t before = ::getpid();
     const bool succeeded = utils.executeSystemCommand(argv, keep);
     if (::getpid() != before)
-        ::_exit(127); // this is the child: end it without running the caller's destructors and exit handlers
+    {
+        // This is the child: end it without running the caller's destructors and exit handlers. With a pipe, the caller
+        // waits for a word on standard error.
+        const ssize_t told = ::write(STDERR_FILENO, "not started\n", 12);
+        ::_exit(told < 0 ? 126 : 127);
+    }
     return succeeded;
 }
 //! [guarded command]
 
+const std::map<int, bool> kKeepNothing;
+
 /// What each process that gets past a run of `program` finds as the result.
 template <typename Run>
-std::vector<std::string> resultsOf(const std::string& program, Run run)
+std::vector<std::string> resultsOf(const std::string& program, Run run, const std::map<int, bool>* keep = &kKeepNothing)
 {
     SharedNotes results;
     SacrificialProcess process(
@@ -46,8 +53,7 @@ std::vector<std::string> resultsOf(const std::string& program, Run run)
             TAV::test::RecordingLogger logger;
             TAV::TAVUtils utils(
                 std::make_shared<TAV::TAVSystemUtils>(), logger, std::make_shared<TAV::kernelVersion>());
-            const std::map<int, bool> keepNothing;
-            results.add(run(utils, std::vector<std::string>{program}, &keepNothing) ? "true" : "false");
+            results.add(run(utils, std::vector<std::string>{program}, keep) ? "true" : "false");
         });
     EXPECT_EQ(process.wait(), 0);
     return results.lines();
@@ -68,6 +74,13 @@ TEST(GuardedCommandTest, ReturnsOnceForProgramThatCannotBeStarted)
     const TAV::test::TemporaryDirectory directory;
 
     EXPECT_THAT(resultsOf(notAProgram(directory), runGuarded), ElementsAre("false"));
+}
+
+TEST(GuardedCommandTest, ReturnsOnceFromProgramThatCannotBeStartedOnPipe)
+{
+    const TAV::test::TemporaryDirectory directory;
+
+    EXPECT_THAT(resultsOf(notAProgram(directory), runGuarded, nullptr), ElementsAre("false"));
 }
 
 TEST(GuardedCommandTest, ReturnsOnceForProgramThatIsMissing)

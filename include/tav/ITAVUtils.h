@@ -32,7 +32,10 @@ struct kernelVersion
 ///     const pid_t before = getpid();
 ///     const bool ok = utils.executeSystemCommand(argv, nullptr);
 ///     if (getpid() != before)
-///         _exit(127);
+///     {
+///         const ssize_t told = write(STDERR_FILENO, "not started\n", 12); // with a pipe, the caller waits for a word
+///         _exit(told < 0 ? 126 : 127);
+///     }
 ///
 /// **The child ignores SIGTERM and SIGINT**, and that survives the start of the program: only SIGKILL, or a handler of
 /// the program's own, ends it. There is no time-out.
