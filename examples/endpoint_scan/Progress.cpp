@@ -22,7 +22,7 @@ Progress::~Progress()
         static_cast<void>(std::fputs("\r\x1b[K", stderr));
 }
 
-void Progress::show(std::size_t done, std::size_t all)
+void Progress::show(std::size_t done, std::size_t all) const
 {
     if (!m_isTerminal)
         return;

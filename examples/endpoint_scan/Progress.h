@@ -15,7 +15,7 @@ public:
     /// Wipes the bar off.
     ~Progress();
 
-    void show(std::size_t done, std::size_t all);
+    void show(std::size_t done, std::size_t all) const;
 
 private:
     bool m_isTerminal;

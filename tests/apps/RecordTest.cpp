@@ -8,7 +8,6 @@ using endpointscan::Json;
 using endpointscan::Record;
 using endpointscan::RecordEntry;
 using endpointscan::recordFromText;
-using ::testing::HasSubstr;
 
 namespace
 {

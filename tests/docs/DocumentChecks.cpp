@@ -1,6 +1,11 @@
 #include "DocumentChecks.h"
 
 #include <functional>
+
+// g++ 12 takes std::regex's own code for faulty when it is built with sanitizers.
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#endif
 #include <regex>
 
 #include "support/TemporaryDirectory.h"

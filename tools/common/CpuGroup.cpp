@@ -49,7 +49,7 @@ void readStatistics(CpuGroup& group)
 std::string decimal(double number, const char* format)
 {
     std::array<char, 64> text = {};
-    std::snprintf(text.data(), text.size(), format, number);
+    static_cast<void>(std::snprintf(text.data(), text.size(), format, number));
     return text.data();
 }
 
