@@ -148,7 +148,7 @@ TEST_F(OutputCaptureTest, ReportsStderrUpToItsFirstZeroByte)
     {
         m_system->stderrText = text;
         EXPECT_FALSE(capture());
-        lines.push_back(failure(0, std::string(" Stderr is - ") + text.c_str()));
+        lines.push_back(failure(0, " Stderr is - " + text.substr(0, text.find('\0'))));
     }
     EXPECT_THAT(m_logger.lines(), ElementsAreArray(lines));
 }

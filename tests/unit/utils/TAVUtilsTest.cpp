@@ -254,6 +254,7 @@ TEST(TAVUtilsTest, AnswersClockAndSupportOnAnyThread)
     TAVUtils utils(std::make_shared<FakeSystemUtils>(), logger, version(3, 0, 0));
     const auto started = std::chrono::system_clock::now();
     std::vector<std::thread> threads;
+    threads.reserve(4);
     for (int i = 0; i < 4; ++i)
     {
         threads.emplace_back(

@@ -10,7 +10,7 @@ namespace
 
 using test::Events;
 using test::KeepMap;
-using test::operator+;
+using test::operator+; // NOLINT(misc-unused-using-decls): overlooks operators
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::ElementsAreArray;

@@ -8,7 +8,6 @@ namespace
 {
 
 using test::Events;
-using ::testing::Contains;
 using ::testing::ElementsAre;
 
 /// Whose error value ends up in the account of a failed child, which a command composes and drops.

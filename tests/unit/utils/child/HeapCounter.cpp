@@ -35,10 +35,12 @@ const int g_isHooked = __sanitizer_install_malloc_and_free_hooks(
 // This program's own malloc and its like come before the C library's, which they forward to.
 extern "C"
 {
+    // NOLINTBEGIN(bugprone-reserved-identifier): the C library's own names
     void* __libc_malloc(std::size_t size);
     void* __libc_calloc(std::size_t count, std::size_t size);
     void* __libc_realloc(void* block, std::size_t size);
     void __libc_free(void* block);
+    // NOLINTEND(bugprone-reserved-identifier)
 
     void* malloc(std::size_t size) noexcept
     {
