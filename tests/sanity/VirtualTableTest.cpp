@@ -186,12 +186,20 @@ TEST_P(VirtualTableTest, OperationsStandInTheSameSlotsOfTheImplementation)
         EXPECT_EQ(operation.slotInImplementation, slot++) << operation.name;
 }
 
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define TAV_PADDED_TABLES // that sanitizer's red zones count as part of a table
+#endif
+#endif
+
+#if !defined(TAV_PADDED_TABLES)
 TEST_P(VirtualTableTest, ImplementationHasNoOtherSlots)
 {
     const Table table = tableOf(GetParam().implementation);
     ASSERT_NE(table.slots, nullptr);
     EXPECT_EQ(table.count, kDestructorSlots + GetParam().operations.size());
 }
+#endif
 
 TEST_P(VirtualTableTest, CompleteAndDeletingDestructorComeFirst)
 {
