@@ -202,7 +202,9 @@ int runRestore(const Options& options)
     Quarantine quarantine = services.openQuarantine(options, password);
     std::vector<RestoreResult> results;
     bool isComplete = true;
-    for (const std::string& id : options.archive.empty() ? quarantine.ids() : std::vector{options.archive})
+    const std::vector<std::string> ids =
+        options.archive.empty() ? quarantine.ids() : std::vector<std::string>(1, options.archive);
+    for (const std::string& id : ids)
         isComplete = !isInterrupted() && restoreInto(options, quarantine, id, results) && isComplete;
     int exitCode = isComplete ? kClean : kQuarantineFailed;
     if (!isComplete && isInterrupted())
