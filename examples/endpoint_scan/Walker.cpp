@@ -36,6 +36,11 @@ const char* kindOf(mode_t mode)
     }
 }
 
+std::string joined(const std::string& directory, const std::string& name)
+{
+    return directory.empty() ? name : directory + "/" + name;
+}
+
 /// Files there are made up while they are read, and some make the reader wait.
 bool isKernelFileSystem(int directory)
 {
@@ -95,7 +100,7 @@ private:
         if (isKernelFileSystem(directory.get()))
             return add(path.empty() ? "." : path, Verdict::Skipped, kKernelFiles);
         for (const std::string& name : namesIn(directory.get()))
-            addEntry(directory.get(), name, path.empty() ? name : path + "/" + name);
+            addEntry(directory.get(), name, joined(path, name));
     }
 
     void addEntry(int directory, const std::string& name, const std::string& path)

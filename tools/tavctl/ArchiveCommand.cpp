@@ -67,7 +67,7 @@ std::vector<std::string> inputPaths(const std::vector<std::string>& files)
         const std::string path = toolPath(file);
         const std::string obstacle = obstacleToRead(path);
         if (!obstacle.empty())
-            throw Failure(file + ": " + obstacle + "; nothing was archived");
+            throw Failure(about(file, obstacle) + "; nothing was archived");
         if (!names.insert(fs::path(path).filename().string()).second)
             throw UsageError("archive: " + file + ": a second file of that name; names inside have no directories");
         paths.push_back(path);

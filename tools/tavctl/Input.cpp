@@ -38,6 +38,11 @@ std::string readToEnd(int fd, const std::string& name)
 
 } // namespace
 
+std::string about(const std::string& path, const std::string& what)
+{
+    return path + ": " + what;
+}
+
 std::string inputName(const std::string& path)
 {
     return isStandardInput(path) ? "standard input" : path;

@@ -12,6 +12,9 @@ std::string readInput(const std::string& path);
 /// Why `path` is no readable regular file, or an empty text if it is. Asks without opening anything that could block.
 std::string obstacleToRead(const std::string& path);
 
+/// "PATH: WHAT", for an error.
+std::string about(const std::string& path, const std::string& what);
+
 /// "-" and the empty path by a name for people.
 std::string inputName(const std::string& path);
 

@@ -67,7 +67,7 @@ int printTypes(const std::vector<std::string>& files, Context& context)
         }
         else
         {
-            context.console.error(file + ": " + obstacle);
+            context.console.error(about(file, obstacle));
             entry["error"] = obstacle;
             code = kFailure;
         }
