@@ -67,6 +67,8 @@ struct ToolFault
 {
     FakeArchiver::Fault fault;
     const char* reason;
+
+    friend std::ostream& operator<<(std::ostream& out, const ToolFault& fault) { return out << fault.reason; }
 };
 
 class ToolFaultTest : public QuarantineFailureTest, public ::testing::WithParamInterface<ToolFault>
