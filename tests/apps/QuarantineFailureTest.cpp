@@ -68,7 +68,7 @@ struct ToolFault
     FakeArchiver::Fault fault;
     const char* reason;
 
-    friend std::ostream& operator<<(std::ostream& out, const ToolFault& fault) { return out << fault.reason; }
+    friend std::ostream& operator<<(std::ostream& out, const ToolFault& it) { return out << it.reason; }
 };
 
 class ToolFaultTest : public QuarantineFailureTest, public ::testing::WithParamInterface<ToolFault>
