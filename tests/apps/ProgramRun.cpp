@@ -19,7 +19,7 @@ namespace
 {
 
 using Clock = std::chrono::steady_clock;
-constexpr std::chrono::seconds kLongest{60};
+constexpr std::chrono::seconds kLongest{280};
 constexpr std::chrono::milliseconds kPause{2};
 constexpr int kNotStarted = 127;
 constexpr int kSignalBase = 128;

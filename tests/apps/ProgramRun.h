@@ -29,7 +29,7 @@ struct ProgramRun
     int signalToSend = 0;                           ///< sent after the delay; 0 for none
     unsigned int signalDelayMs = 0;
 
-    /// Runs it to its end, in a session of its own, without a terminal. One that takes over a minute is killed.
+    /// Runs it to its end, in a session of its own, without a terminal. One that hangs is killed at last.
     ProgramResult run() const;
 };
 

@@ -174,11 +174,11 @@ TEST_F(ScannerTest, ReportsWhatMayNotBeRead)
 
 TEST_F(ScannerTest, FindsTheSameWithAnyNumberOfThreads)
 {
-    constexpr int kFiles = 300;
+    constexpr int kFiles = 100;
     for (int i = 0; i < kFiles; ++i)
         m_place.write("file" + std::to_string(i), std::string(static_cast<std::size_t>(i), 'x'));
     std::vector<std::string> reference;
-    for (const unsigned int threads : {1U, 2U, 8U, 1000U})
+    for (const unsigned int threads : {1U, 2U, 8U, 32U})
     {
         m_settings.threads = threads;
         std::vector<std::string> digests;
