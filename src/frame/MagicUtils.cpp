@@ -1,5 +1,6 @@
 #include "tav/MagicUtils.h"
 
+#include "frame/FailureCodes.h"
 #include "tav/FMXException.h"
 
 namespace TAV
@@ -7,8 +8,6 @@ namespace TAV
 namespace
 {
 
-constexpr int kGeneralFailure = 1;
-constexpr int kDatabaseFailure = 3;
 constexpr const char* kCreateFailed = "Failed to create magic instance";
 
 } // namespace

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "frame/FailureCodes.h"
 #include "frame/LogLevels.h"
 #include "tav/FMXException.h"
 
@@ -14,7 +15,6 @@ const std::string kNullMacAddress = "00:00:00:00:00:00";
 namespace
 {
 
-constexpr int kGeneralFailure = 1;
 constexpr const char* kNoKernelVersion = "Kernel version information is null";
 // The text stands as callers' log filters know it: no blank after "kernel", one after "(".
 constexpr const char* kKernelTooOld = "CGroups is not supported for this operating system kernel( version: ";
