@@ -13,6 +13,19 @@ namespace
 
 constexpr int kDetailLevel = 6;
 
+/// The result of the last transfer of this thread.
+thread_local CURLcode lastTransfer = CURLE_AGAIN;
+
+class WatchedCurlAPIUtility : public CurlAPIUtility
+{
+public:
+    CURLcode curlEasyPerform(void* handle) override
+    {
+        lastTransfer = CurlAPIUtility::curlEasyPerform(handle);
+        return lastTransfer;
+    }
+};
+
 auto asTuple(const LumoStats& stats)
 {
     return std::tie(stats.attempts, stats.queueTimeMs, stats.totalTimeMs, stats.tlsConnectTimeMs);
@@ -65,7 +78,7 @@ TAVQueryConfig configTowards(std::uint16_t port, const std::string& caFile)
     return config;
 }
 
-QueryScene::QueryScene(const TAVQueryConfig& config) : client(logger, std::make_shared<CurlAPIUtility>())
+QueryScene::QueryScene(const TAVQueryConfig& config) : client(logger, std::make_shared<WatchedCurlAPIUtility>())
 {
     client.configureOptions(config, kSession);
     client.initSession(kSession);
@@ -78,6 +91,7 @@ QueryOutcome QueryScene::ask(Query query, unsigned long sessionId)
     outcome.response = std::move(query.response);
     outcome.success =
         client.sendNetworkRequest(query.header, std::move(query.payload), outcome.response, sessionId, outcome.stats);
+    outcome.transfer = lastTransfer;
     std::vector<LogLine> lines = logger.lines();
     outcome.log.assign(std::make_move_iterator(lines.begin() + static_cast<std::ptrdiff_t>(linesBefore)),
                        std::make_move_iterator(lines.end()));

@@ -32,7 +32,8 @@ struct QueryOutcome
     bool success = false;
     std::string response;
     LumoStats stats = kUntouchedStats;
-    std::vector<LogLine> log; ///< what was logged meanwhile
+    std::vector<LogLine> log;        ///< what was logged meanwhile
+    CURLcode transfer = CURLE_AGAIN; ///< what libcurl made of the transfer, which the client keeps to itself on success
 };
 
 /// Succeeded, nothing logged, both timings written and nothing else in the figures.
