@@ -17,8 +17,8 @@ namespace TAV
 ///     catch (const TAV::FMXException& e) { report(e.code, e.message); }
 ///
 /// It is thrown only when an object cannot be used at all (a collaborator is missing, an outside library refuses to
-/// start). Every other failure is a return value. Exceptions of the standard library, and those of the objects that
-/// the caller handed in, pass through unchanged.
+/// start). Every other failure is a return value. Exceptions of the standard library, those of Boost's locks, and those
+/// of the objects that the caller handed in, pass through unchanged.
 class TAV_EXPORT FMXException
 {
 public:

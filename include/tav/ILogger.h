@@ -22,9 +22,9 @@ namespace TAV
 ///
 /// | level | used for |
 /// |---|---|
-/// | 2 | a command that could not be run, waited for or read |
-/// | 5 | notable state, such as a kernel too old for CPU limits |
-/// | 6 | the command line about to run, and every refusal of the CPU limits |
+/// | 2 | a command that could not be run, waited for or read; a query client or session that could not be set up |
+/// | 5 | notable state: a kernel too old for CPU limits, a renewed Kerberos ticket |
+/// | 6 | the command line about to run, every refusal of the CPU limits, a failed query, a failed renewal |
 ///
 /// The order of the operations is part of the binary interface.
 class TAV_EXPORT ILogger
@@ -32,7 +32,7 @@ class TAV_EXPORT ILogger
 public:
     virtual ~ILogger() = default;
 
-    /// Takes one line that belongs to no component. None of the present services calls it.
+    /// Takes one line that belongs to no component: that a query session is not open, and no other.
     /// @param level    2, 5 or 6, as above
     /// @param message  the complete text, without a newline; the callee's own copy
     virtual void log(int level, std::string message) = 0;
