@@ -6,6 +6,31 @@
 #include <tuple>
 #include <utility>
 
+namespace TAV
+{
+namespace
+{
+
+auto asTuple(const LumoStats& stats)
+{
+    return std::tie(stats.attempts, stats.queueTimeMs, stats.totalTimeMs, stats.tlsConnectTimeMs);
+}
+
+} // namespace
+
+bool operator==(const LumoStats& a, const LumoStats& b)
+{
+    return asTuple(a) == asTuple(b);
+}
+
+std::ostream& operator<<(std::ostream& out, const LumoStats& stats)
+{
+    return out << "{" << stats.attempts << ", " << stats.queueTimeMs << ", " << stats.totalTimeMs << ", "
+               << stats.tlsConnectTimeMs << "}";
+}
+
+} // namespace TAV
+
 namespace TAV::test
 {
 namespace
@@ -26,23 +51,7 @@ public:
     }
 };
 
-auto asTuple(const LumoStats& stats)
-{
-    return std::tie(stats.attempts, stats.queueTimeMs, stats.totalTimeMs, stats.tlsConnectTimeMs);
-}
-
 } // namespace
-
-bool operator==(const LumoStats& a, const LumoStats& b)
-{
-    return asTuple(a) == asTuple(b);
-}
-
-std::ostream& operator<<(std::ostream& out, const LumoStats& stats)
-{
-    return out << "{" << stats.attempts << ", " << stats.queueTimeMs << ", " << stats.totalTimeMs << ", "
-               << stats.tlsConnectTimeMs << "}";
-}
 
 bool isSuccess(const QueryOutcome& outcome)
 {

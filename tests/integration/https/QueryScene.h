@@ -9,6 +9,15 @@
 #include "tav/CurlAPIUtility.h"
 #include "tav/CurlWrapper.h"
 
+namespace TAV
+{
+
+// Beside the record, where they are looked for.
+bool operator==(const LumoStats& a, const LumoStats& b);
+std::ostream& operator<<(std::ostream& out, const LumoStats& stats);
+
+} // namespace TAV
+
 namespace TAV::test
 {
 
@@ -22,9 +31,6 @@ struct Query
 
 /// Figures that no query yields, so that what it wrote can be told from what it left alone.
 inline constexpr LumoStats kUntouchedStats{11, 22, 65001, 65002};
-
-bool operator==(const LumoStats& a, const LumoStats& b);
-std::ostream& operator<<(std::ostream& out, const LumoStats& stats);
 
 /// How a query ended.
 struct QueryOutcome
