@@ -60,7 +60,7 @@ inline Query caseQuery(const std::string& name, std::string payload = "a questio
 /// Sends the request's body back.
 inline NginxCase echoCase()
 {
-    return {"echo", "client_max_body_size 0; echo_read_request_body; echo_request_body;"};
+    return {"echo", "echo_read_request_body; echo_request_body;"};
 }
 
 } // namespace TAV::test
