@@ -151,10 +151,10 @@ explain() {
     }
     NR == 1 { next }
     $0 == "" { exit }
-    $1 == "clean"       { print "  " $4 "\n      is " kind($2) " (" $2 "), not on the deny list: left alone" }
-    $1 == "QUARANTINED" { print "  " $4 "\n      is " kind($2) " (" $2 ") ON THE DENY LIST: moved into the quarantine" }
-    $1 == "skipped"     { gsub(/[()]/, "", $5); print "  " $4 "\n      is not a regular file but a " $5 ": skipped, not opened" }
-    $1 ~ /DENIED|NOT/   { print "  " $4 "\n      WENT WRONG: " $1 }
+    $1 == "clean"       { print "  " $7 "\n      is " kind($5) " (" $5 "), not on the deny list: left alone" }
+    $1 == "QUARANTINED" { print "  " $7 "\n      is " kind($5) " (" $5 ") ON THE DENY LIST: moved into the quarantine" }
+    $1 == "skipped"     { gsub(/[()]/, "", $8); print "  " $7 "\n      is not a regular file but a " $8 ": skipped, not opened" }
+    $1 ~ /DENIED|NOT/   { print "  " $7 "\n      WENT WRONG: " $1 }
   ' "$1"
 }
 

@@ -8,9 +8,9 @@ ARCHIVER_PROGRAM=/usr/lib/p7zip/7za
 packages_of() {
   case $1 in
     build) echo "g++ cmake ninja-build pkg-config libssl-dev libcurl4-openssl-dev libmagic-dev libkrb5-dev libboost-dev" ;;
-    programs) echo "libcli11-dev libspdlog-dev nlohmann-json3-dev p7zip-full" ;;
+    programs) echo "libcli11-dev libspdlog-dev nlohmann-json3-dev libcpp-httplib-dev p7zip-full" ;;
     test) echo "libgtest-dev libgmock-dev p7zip-full file binutils openssl" ;;
-    bench) echo "libbenchmark-dev libglib2.0-dev libpoco-dev librhash-dev libboost-filesystem-dev" ;;
+    bench) echo "libbenchmark-dev libglib2.0-dev libpoco-dev librhash-dev libboost-filesystem-dev libcpp-httplib-dev" ;;
     clang) echo "clang libclang-rt-dev" ;;
     coverage) echo "gcovr" ;;
     format) echo "clang-format" ;;

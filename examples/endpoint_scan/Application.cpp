@@ -17,6 +17,7 @@
 #include "endpoint_scan/Quarantine.h"
 #include "endpoint_scan/Report.h"
 #include "endpoint_scan/Scanner.h"
+#include "endpoint_scan/Sources.h"
 #include "tav/FMXException.h"
 #include "tav/QelArchiveUtils.h"
 #include "tav/TAVSystemUtils.h"
@@ -44,6 +45,8 @@ public:
           m_archives(m_logger, std::make_shared<programs::GuardedUtils>(m_utils))
     {
     }
+
+    TAV::ILogger& logger() { return m_logger; }
 
     Quarantine openQuarantine(const Options& options, const std::string& password)
     {
@@ -129,11 +132,13 @@ int exitCodeOf(const std::vector<Finding>& findings)
         return isInterrupted() ? kInterrupted : kQuarantineFailed;
     if (countOf(findings, Verdict::Failed) > 0)
         return kNotAllExamined;
+    if (countOf(findings, Verdict::Unknown) > 0)
+        return kVerdictsMissing;
     return countOf(findings, Verdict::Quarantined) > 0 ? kDenied : kClean;
 }
 
 std::vector<Finding>
-scanWithProgress(const Options& options, int root, const Quarantine& quarantine, const DenyList& denyList)
+scanWithProgress(const Options& options, int root, const Quarantine& quarantine, Verdicts& verdicts)
 {
     Progress progress;
     ScanSettings settings;
@@ -142,29 +147,28 @@ scanWithProgress(const Options& options, int root, const Quarantine& quarantine,
     settings.threads = options.threads;
     settings.isCancelled = isInterrupted;
     settings.onProgress = [&progress](std::size_t done, std::size_t all) { progress.show(done, all); };
-    return scan(settings, denyList);
+    return scan(settings, verdicts);
 }
 
 int runScan(const Options& options)
 {
-    const DenyList denyList = DenyList::load(options.denyList);
-    std::error_code error;
     ScanReport report;
+    Services services(options);
+    std::unique_ptr<Verdicts> verdicts = makeVerdicts(options, services.logger(), report);
+    std::error_code error;
     report.root = std::filesystem::canonical(options.directory, error).string();
     if (error || !std::filesystem::is_directory(report.root, error))
         throw UsageError(programs::printable(options.directory) + ": not a directory");
     const std::string password = passwordFor(options);
     noteInterrupts();
 
-    Services services(options);
     Quarantine quarantine = services.openQuarantine(options, password);
     const Fd root = openDirectory(report.root);
     if (options.cpuLimit != 0)
         report.cpuLimit = services.limitCpu(options.cpuLimit);
-    report.denyList = options.denyList;
-    report.denied = denyList.size();
     report.started = now();
-    report.findings = scanWithProgress(options, root.get(), quarantine, denyList);
+    report.findings = scanWithProgress(options, root.get(), quarantine, *verdicts);
+    verdicts.reset(); // its connections are not needed while commands run
     const bool isComplete = !isInterrupted();
     if (isComplete)
         quarantineDenied(quarantine, report);

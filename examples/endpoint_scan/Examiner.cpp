@@ -35,7 +35,7 @@ bool wasWrittenTo(const struct stat& before, const struct stat& after)
 
 } // namespace
 
-Examiner::Examiner(int root, const DenyList& denyList) : m_root(root), m_denyList(denyList)
+Examiner::Examiner(int root, Verdicts& verdicts, std::size_t asker) : m_root(root), m_verdicts(verdicts), m_asker(asker)
 {
     m_magic.magicOpen();
     try
@@ -64,7 +64,7 @@ void Examiner::examine(Finding& finding)
             if (++attempts == kAttempts)
                 throw std::runtime_error("keeps changing while it is read");
         }
-        finding.verdict = m_denyList.contains(finding.facts.sha256) ? Verdict::Denied : Verdict::Clean;
+        judge(finding);
     }
     catch (const std::exception& error)
     {
@@ -72,6 +72,15 @@ void Examiner::examine(Finding& finding)
         finding.reason = error.what();
         finding.facts = {};
     }
+}
+
+void Examiner::judge(Finding& finding)
+{
+    Opinion opinion = m_verdicts.ask(finding.facts.sha256, m_asker);
+    finding.verdict = opinion.verdict;
+    finding.reason = std::move(opinion.reason);
+    finding.source = m_verdicts.name();
+    finding.times = opinion.times;
 }
 
 /// @return false if the file was written to meanwhile

@@ -2,21 +2,23 @@
 
 #include <string>
 
-#include "endpoint_scan/DenyList.h"
 #include "endpoint_scan/Types.h"
+#include "endpoint_scan/Verdicts.h"
 #include "tav/MagicUtils.h"
 #include "tav/QelSSLUtils.h"
 
 namespace endpointscan
 {
 
-/// Looks at one file at a time: MIME type, checksums, deny list. Belongs to the thread that made it, as libmagic does.
+/// Looks at one file at a time: MIME type, checksums, verdict. Belongs to the thread that made it, as libmagic does.
 class Examiner
 {
 public:
-    /// @param root  an open directory, which the paths are below
+    /// @param root      an open directory, which the paths are below
+    /// @param verdicts  asked for each file
+    /// @param asker     as whom to ask them
     /// @throws TAV::FMXException  if the database of file types cannot be loaded
-    Examiner(int root, const DenyList& denyList);
+    Examiner(int root, Verdicts& verdicts, std::size_t asker);
     Examiner(const Examiner&) = delete;
     Examiner& operator=(const Examiner&) = delete;
     ~Examiner();
@@ -26,9 +28,11 @@ public:
 
 private:
     bool examineOnce(Finding& finding);
+    void judge(Finding& finding);
 
     int m_root;
-    const DenyList& m_denyList;
+    Verdicts& m_verdicts;
+    std::size_t m_asker;
     TAV::MagicUtils m_magic;
     TAV::QelSSLUtils m_ssl;
 };

@@ -10,6 +10,7 @@ constexpr int kUsage = 2;             ///< bad arguments, or a bad deny list
 constexpr int kNotAllExamined = 3;    ///< some files could not be examined
 constexpr int kQuarantineFailed = 4;  ///< a denied file is still in its place, or a file was not restored
 constexpr int kFailure = 5;           ///< the work could not be done at all
+constexpr int kVerdictsMissing = 6;   ///< the server gave no verdict on some files
 constexpr int kInterrupted = 128 + 2; ///< SIGINT or SIGTERM; nothing is half done
 
 } // namespace endpointscan

@@ -13,10 +13,13 @@ namespace
 {
 
 constexpr unsigned int kMostThreads = 256;
+constexpr int kLongestTimeout = 60; // so that the times of all answers fit into the client's 16 bits
 
 constexpr const char* kAbout =
     "Finds denied files below a directory and moves them into a password-protected quarantine.";
 constexpr const char* kFooter = "The deny list is a text with one SHA-256 digest per line; '#' begins a comment.\n"
+                                "A server is asked for each file, by its SHA-256. If it cannot tell, the file is left "
+                                "alone and reported as UNKNOWN.\n"
                                 "The archive tool gets the password on its command line, where every user of the "
                                 "machine can read it while the tool\n"
                                 "runs (unless /proc is mounted with hidepid).\n"
@@ -28,11 +31,14 @@ constexpr const char* kFooter = "The deny list is a text with one SHA-256 digest
                                 "  3    some files could not be examined (denied ones are in the quarantine)\n"
                                 "  4    a denied file is still in its place, or a file was not restored\n"
                                 "  5    the work could not be done: the reason stands on standard error\n"
+                                "  6    the server gave no verdict on some files (denied ones are in the quarantine)\n"
                                 "  130  interrupted by SIGINT or SIGTERM; nothing is half done\n"
                                 "\n"
                                 "Examples:\n"
                                 "  endpoint_scan scan /home --deny-list deny.txt --quarantine /var/lib/q "
                                 "--password-file pw.txt --json report.json\n"
+                                "  endpoint_scan scan /home --server localhost:8443 --ca ca.pem --quarantine "
+                                "/var/lib/q --password-file pw.txt\n"
                                 "  endpoint_scan list --quarantine /var/lib/q\n"
                                 "  endpoint_scan restore --quarantine /var/lib/q --to /tmp/back --password-file pw.txt";
 
@@ -61,11 +67,27 @@ void addReport(CLI::App& command, Options& options)
     command.add_option("--json", options.json, "Write a report into this file, whole or not at all");
 }
 
+void addSource(CLI::App& command, Options& options)
+{
+    CLI::Option_group* source = command.add_option_group("Verdicts", "Who tells which files are denied");
+    source->add_option("--deny-list", options.denyList, "A file of the denied files' digests");
+    CLI::Option* server = source->add_option("--server", options.server, "HOST or HOST:PORT of a reputation server");
+    source->require_option(1);
+    CLI::Option* ca =
+        command.add_option("--ca", options.caFile, "The certificates (PEM) that the server must be signed with")
+            ->needs(server);
+    server->needs(ca);
+    command.add_option("--timeout", options.queryTimeout, "Seconds for each question to the server")
+        ->needs(server)
+        ->check(CLI::Range(1, kLongestTimeout))
+        ->capture_default_str();
+}
+
 void addScan(CLI::App& app, Options& options)
 {
     CLI::App* command = app.add_subcommand("scan", "Examine every file, and move the denied ones into the quarantine");
     command->add_option("DIR", options.directory, "The directory; symbolic links in it are not followed")->required();
-    command->add_option("--deny-list", options.denyList, "The digests of the denied files")->required();
+    addSource(*command, options);
     addQuarantine(*command, options);
     command->add_option("--threads", options.threads, "How many threads examine files; one per processor if missing")
         ->check(CLI::Range(1U, kMostThreads));

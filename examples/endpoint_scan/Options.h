@@ -19,7 +19,10 @@ struct Options
 {
     Command command = Command::Scan;
     std::string directory;
-    std::string denyList;
+    std::string denyList;   ///< empty if a server is asked
+    std::string server;     ///< empty if a deny list is used
+    std::string caFile;     ///< whom to trust as the server
+    long queryTimeout = 10; ///< seconds for each question to the server
     std::string quarantine;
     std::string target;
     std::string archive; ///< restore: only this one; empty for all

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <optional>
 
 #include "common/Text.h"
 
@@ -21,10 +22,11 @@ struct VerdictNames
     const char* inJson;
 };
 
-constexpr std::array<VerdictNames, 5> kVerdicts{{
+constexpr std::array<VerdictNames, 6> kVerdicts{{
     {Verdict::Clean, "clean", "clean"},
     {Verdict::Denied, "DENIED, IN PLACE", "denied"},
     {Verdict::Quarantined, "QUARANTINED", "quarantined"},
+    {Verdict::Unknown, "UNKNOWN", "unknown"},
     {Verdict::Skipped, "skipped", "skipped"},
     {Verdict::Failed, "NOT EXAMINED", "failed"},
 }};
@@ -59,11 +61,19 @@ std::string withReason(const std::string& path, const std::string& reason)
     return programs::printable(path) + (reason.empty() ? "" : "  (" + programs::printable(reason) + ")");
 }
 
+std::string milliseconds(const std::optional<AskTimes>& times, std::uint16_t AskTimes::*which)
+{
+    return times ? std::to_string((*times).*which) : "-";
+}
+
 Row rowOf(const Finding& finding)
 {
     const FileFacts& facts = finding.facts;
     const bool isExamined = !facts.sha256.empty();
     return {namesOf(finding.verdict).inTable,
+            finding.source.empty() ? "-" : finding.source,
+            milliseconds(finding.times, &AskTimes::totalMs),
+            milliseconds(finding.times, &AskTimes::tlsConnectMs),
             isExamined ? facts.mimeType : "-",
             isExamined ? facts.sha256.substr(0, kShownDigest) : "-",
             withReason(finding.path, finding.reason)};
@@ -76,6 +86,10 @@ Json toJson(const Finding& finding)
     object["verdict"] = namesOf(finding.verdict).inJson;
     if (!finding.reason.empty())
         object["reason"] = programs::printable(finding.reason);
+    if (!finding.source.empty())
+        object["source"] = finding.source;
+    if (finding.times)
+        object.update({{"total_ms", finding.times->totalMs}, {"tls_connect_ms", finding.times->tlsConnectMs}});
     const FileFacts& facts = finding.facts;
     if (!facts.sha256.empty())
     {
@@ -135,7 +149,7 @@ std::size_t countOf(const std::vector<Finding>& findings, Verdict verdict)
 
 std::string scanTable(const ScanReport& report)
 {
-    std::vector<Row> rows{{"RESULT", "TYPE", "SHA-256", "FILE"}};
+    std::vector<Row> rows{{"RESULT", "SOURCE", "MS", "TLS MS", "TYPE", "SHA-256", "FILE"}};
     std::transform(report.findings.begin(), report.findings.end(), std::back_inserter(rows), rowOf);
     return table(rows) + "\n" + summaryText(report);
 }
@@ -149,9 +163,16 @@ Json scanJson(const ScanReport& report)
                    [](const Finding& finding) { return toJson(finding); });
     Json object;
     addBytes(object, "root", report.root);
-    addBytes(object, "deny_list", report.denyList);
-    object.update({{"denied_digests", report.denied},
-                   {"started", report.started},
+    if (report.server.empty())
+    {
+        addBytes(object, "deny_list", report.denyList);
+        object["denied_digests"] = report.denied;
+    }
+    else
+    {
+        object["server"] = report.server;
+    }
+    object.update({{"started", report.started},
                    {"finished", report.finished},
                    {"exit_code", report.exitCode},
                    {"summary", summaryOf(report.findings)}});

@@ -14,8 +14,9 @@ namespace endpointscan
 struct ScanReport
 {
     std::string root;
-    std::string denyList;
+    std::string denyList;   ///< empty if a server was asked
     std::size_t denied = 0; ///< digests on the list
+    std::string server;     ///< empty if there was a deny list
     std::string started;
     std::string finished;
     CpuLimit cpuLimit;

@@ -24,12 +24,13 @@ constexpr const char* kNotReached = "not reached: the scan was interrupted";
 class Pool
 {
 public:
-    Pool(const ScanSettings& settings, const DenyList& denyList, std::vector<Finding*> work)
-        : m_settings(settings), m_denyList(denyList), m_work(std::move(work))
+    Pool(const ScanSettings& settings, Verdicts& verdicts, std::vector<Finding*> work)
+        : m_settings(settings), m_verdicts(verdicts), m_work(std::move(work))
     {
         const std::size_t count = std::min<std::size_t>(std::max(1U, settings.threads), m_work.size());
-        for (std::size_t i = 0; i < count; ++i)
-            addThread();
+        m_verdicts.prepare(count);
+        for (std::size_t asker = 0; asker < count; ++asker)
+            addThread(asker);
     }
     Pool(const Pool&) = delete;
     Pool& operator=(const Pool&) = delete;
@@ -56,12 +57,12 @@ private:
         m_idle.notify_all();
     }
 
-    void addThread()
+    void addThread(std::size_t asker)
     {
         changeBusy(1);
         try
         {
-            m_threads.emplace_back([this] { run(); });
+            m_threads.emplace_back([this, asker] { run(asker); });
         }
         catch (const std::system_error&)
         {
@@ -71,12 +72,12 @@ private:
         }
     }
 
-    void run()
+    void run(std::size_t asker)
     {
         std::exception_ptr failure;
         try
         {
-            Examiner examiner(m_settings.root, m_denyList);
+            Examiner examiner(m_settings.root, m_verdicts, asker);
             work(examiner);
         }
         catch (...)
@@ -112,7 +113,7 @@ private:
     }
 
     const ScanSettings& m_settings;
-    const DenyList& m_denyList;
+    Verdicts& m_verdicts;
     std::vector<Finding*> m_work;
     std::atomic<std::size_t> m_next{0};
     std::atomic<std::size_t> m_done{0};
@@ -125,7 +126,7 @@ private:
 
 } // namespace
 
-std::vector<Finding> scan(const ScanSettings& settings, const DenyList& denyList)
+std::vector<Finding> scan(const ScanSettings& settings, Verdicts& verdicts)
 {
     std::vector<Finding> findings = walk(settings.root, settings.excluded, settings.isCancelled);
     std::vector<Finding*> work;
@@ -134,7 +135,7 @@ std::vector<Finding> scan(const ScanSettings& settings, const DenyList& denyList
         if (isToBeExamined(finding))
             work.push_back(&finding);
     }
-    Pool(settings, denyList, work).wait();
+    Pool(settings, verdicts, work).wait();
     for (Finding* finding : work)
     {
         if (isToBeExamined(*finding))

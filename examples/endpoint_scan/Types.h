@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <ctime>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -44,11 +45,19 @@ struct FileFacts
 
 enum class Verdict
 {
-    Clean,       ///< examined, not on the deny list
-    Denied,      ///< on the deny list and still in its place
-    Quarantined, ///< on the deny list and now in the quarantine
+    Clean,       ///< examined, nothing known against it
+    Denied,      ///< must not be here, and still is in its place
+    Quarantined, ///< must not be here, and is in the quarantine now
+    Unknown,     ///< examined, but nobody could tell whether it is denied
     Skipped,     ///< not a regular file
     Failed,      ///< could not be examined
+};
+
+/// How long a question over the network took, in milliseconds.
+struct AskTimes
+{
+    std::uint16_t totalMs = 0;
+    std::uint16_t tlsConnectMs = 0; ///< until TLS was set up; 0 over a kept connection
 };
 
 /// One entry of the scanned tree.
@@ -56,8 +65,10 @@ struct Finding
 {
     std::string path; ///< below the scanned directory; the bytes of the name as they are
     Verdict verdict = Verdict::Failed;
-    std::string reason; ///< why it was skipped, could not be examined, or is still in its place
+    std::string reason; ///< why it was skipped, could not be examined, is unknown, or is still in its place
     FileFacts facts;    ///< filled in when it was examined
+    std::string source; ///< who was asked for the verdict; empty if nobody was
+    std::optional<AskTimes> times;
 };
 
 } // namespace endpointscan

@@ -123,7 +123,7 @@ private:
 
     void add(const std::string& path, Verdict verdict, const std::string& reason)
     {
-        m_findings.push_back({path, verdict, reason, {}});
+        m_findings.push_back({path, verdict, reason, {}, "", std::nullopt});
     }
 
     int m_root;

@@ -101,7 +101,7 @@ TEST_F(EndpointScanTest, ACleanTreeGivesCodeZero)
     EXPECT_EQ(result.exitCode, 0) << result.err;
     EXPECT_THAT(result.out, AllOf(HasSubstr("clean"), HasSubstr("1 entries: 1 clean\n")));
     EXPECT_EQ(report().at("summary"),
-              json::parse(R"({"clean": 1, "denied": 0, "quarantined": 0, "skipped": 0, "failed": 0})"));
+              json::parse(R"({"clean": 1, "denied": 0, "quarantined": 0, "unknown": 0, "skipped": 0, "failed": 0})"));
     EXPECT_FALSE(report().contains("archive"));
 }
 

@@ -12,10 +12,12 @@
 #include <mutex>
 #include <sstream>
 
+#include "endpoint_scan/DenyListVerdicts.h"
 #include "endpoint_scan/SafeFiles.h"
 #include "support/TemporaryDirectory.h"
 
 using endpointscan::DenyList;
+using endpointscan::DenyListVerdicts;
 using endpointscan::Finding;
 using endpointscan::ScanSettings;
 using endpointscan::Verdict;
@@ -43,7 +45,8 @@ protected:
         std::istringstream text(denied);
         const endpointscan::Fd root = endpointscan::openDirectory(m_place.path());
         m_settings.root = root.get();
-        return scan(m_settings, DenyList::parse(text, "list"));
+        DenyListVerdicts verdicts(DenyList::parse(text, "list"));
+        return scan(m_settings, verdicts);
     }
 
     TAV::test::TemporaryDirectory m_place;
@@ -124,8 +127,8 @@ TEST_F(ScannerTest, SkipsTheKernelsOwnFiles)
 {
     const endpointscan::Fd root = endpointscan::openDirectory("/proc");
     m_settings.root = root.get();
-    std::istringstream none;
-    const std::vector<Finding> findings = scan(m_settings, DenyList::parse(none, "list"));
+    DenyListVerdicts none{DenyList()};
+    const std::vector<Finding> findings = scan(m_settings, none);
     ASSERT_EQ(findings.size(), 1U);
     EXPECT_EQ(findings[0].reason, "file system of the kernel");
 }
@@ -159,8 +162,8 @@ TEST_F(ScannerTest, ReportsWhatMayNotBeRead)
     ::chmod(own.file("closed").c_str(), 0);
     const endpointscan::Fd root = endpointscan::openDirectory(own.path());
     m_settings.root = root.get();
-    std::istringstream none;
-    const std::vector<Finding> findings = scan(m_settings, DenyList::parse(none, "list"));
+    DenyListVerdicts none{DenyList()};
+    const std::vector<Finding> findings = scan(m_settings, none);
     ::chmod(own.file("closed").c_str(), 0700);
     ::seteuid(::getuid());
 

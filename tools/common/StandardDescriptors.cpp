@@ -18,4 +18,9 @@ void restoreProcessDefaults()
         ::close(fd);
 }
 
+void ignoreBrokenPipes()
+{
+    static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
+}
+
 } // namespace programs

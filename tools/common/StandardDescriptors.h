@@ -8,4 +8,8 @@ namespace programs
 /// Call it first of all.
 void restoreProcessDefaults();
 
+/// From now on a write to a connection that the other side has closed is an error of that write, and not the end of the
+/// program: libcurl's TLS does such writes. Programs that are started later inherit this.
+void ignoreBrokenPipes();
+
 } // namespace programs

@@ -13,7 +13,7 @@ namespace tavctl
 namespace
 {
 
-constexpr std::array<Registration, 8> kSubcommands{
+constexpr std::array<Registration, 9> kSubcommands{
     registerMime,
     registerChecksum,
     registerHmac,
@@ -22,16 +22,18 @@ constexpr std::array<Registration, 8> kSubcommands{
     registerCapture,
     registerArchive,
     registerCpuLimit,
+    registerQuery,
 };
 
 constexpr const char* kAbout = "The services of libtavutils on the command line.";
 constexpr const char* kFooter =
-    "Exit codes: 0 success, 1 failure (the reason stands on standard error), 2 bad arguments.\n"
+    "Exit codes: 0 success, 1 failure (the reason stands on standard error), 2 bad arguments, 3 query not answered.\n"
     "\n"
     "Examples:\n"
     "  tavctl mime /bin/bash /etc/passwd\n"
     "  tavctl --json checksum /bin/sh\n"
     "  tavctl hmac --key-file key.txt message.txt\n"
+    "  tavctl query --server localhost:8443 --ca ca.pem --data hello\n"
     "  tavctl SUBCOMMAND --help   more examples for each one";
 
 struct Globals

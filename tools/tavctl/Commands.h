@@ -14,6 +14,7 @@ namespace tavctl
 constexpr int kSuccess = 0;
 constexpr int kFailure = 1;
 constexpr int kUsage = 2;
+constexpr int kNotAnswered = 3; ///< query: no answer, or one that is no success
 
 /// Arguments that parse but make no sense: exit code 2.
 class UsageError : public std::runtime_error
@@ -51,5 +52,6 @@ void registerRun(CLI::App& app, Action& chosen);
 void registerCapture(CLI::App& app, Action& chosen);
 void registerArchive(CLI::App& app, Action& chosen);
 void registerCpuLimit(CLI::App& app, Action& chosen);
+void registerQuery(CLI::App& app, Action& chosen);
 
 } // namespace tavctl

@@ -17,6 +17,7 @@ public:
     void log(int level, std::string message) override;
     void log(int level, std::string component, const std::string& message) override;
 
+    bool isEnabled() const { return m_enabled; }
     programs::SecretMask& mask() { return m_mask; }
 
 private:

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+
+#include "tav/CurlAPIUtility.h"
+
+namespace endpointscan
+{
+
+/// The calls into libcurl, with an end to every answer: a server that sends for ever must not take all the memory. An
+/// answer beyond the limit is broken off, and what came of it is no complete JSON text.
+///
+/// Besides, nothing is thrown through libcurl, where it would leave the session unusable.
+class CappedCurl : public TAV::CurlAPIUtility
+{
+public:
+    static constexpr std::size_t kLongestAnswer = 64UL * 1024;
+
+    CURLcode curlSetCallbackFuncOpt(void* handle) override;
+
+    /// libcurl's write function.
+    /// @return the bytes that were taken; less than there are breaks the transfer off
+    static std::size_t write(char* data, std::size_t size, std::size_t count, std::string* answer) noexcept;
+};
+
+} // namespace endpointscan

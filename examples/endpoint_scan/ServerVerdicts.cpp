@@ -1,0 +1,127 @@
+#include "endpoint_scan/ServerVerdicts.h"
+
+#include <nlohmann/json.hpp>
+
+#include <exception>
+#include <utility>
+
+#include "common/QueryText.h"
+#include "common/Text.h"
+#include "tav/FMXException.h"
+
+namespace endpointscan
+{
+namespace
+{
+
+constexpr std::size_t kShownBytes = 40;
+
+Opinion unknown(const std::string& reason)
+{
+    return {Verdict::Unknown, reason, std::nullopt};
+}
+
+/// Does the work, and tells why it failed; an empty text if it did not.
+template <typename Work>
+std::string obstacleIn(Work work)
+{
+    try
+    {
+        work();
+        return "";
+    }
+    catch (const TAV::FMXException& error)
+    {
+        return error.message;
+    }
+    catch (const std::exception& error)
+    {
+        return error.what();
+    }
+}
+
+/// The text under `name`; empty if there is none.
+std::string textIn(const nlohmann::json& object, const char* name)
+{
+    const auto member = object.find(name);
+    return member != object.end() && member->is_string() ? member->get<std::string>() : std::string();
+}
+
+TAV::TAVHTTPHeader requestHeader()
+{
+    return programs::headerOf({"Content-Type: application/json",
+                               "Accept: application/json",
+                               "X-Client: endpoint_scan " ENDPOINT_SCAN_VERSION});
+}
+
+} // namespace
+
+ServerVerdicts::ServerVerdicts(std::unique_ptr<programs::QueryLog> log,
+                               std::unique_ptr<TAV::ICurlWrapper> client,
+                               ServerAddress address)
+    : m_log(std::move(log)), m_client(std::move(client)), m_address(std::move(address))
+{
+}
+
+ServerVerdicts::~ServerVerdicts()
+{
+    for (std::size_t asker = 0; asker < m_obstacles.size(); ++asker)
+    {
+        if (m_obstacles[asker].empty())
+            m_client->deInitSession(asker);
+    }
+}
+
+void ServerVerdicts::prepare(std::size_t askers)
+{
+    TAV::TAVQueryConfig config;
+    config.requestType = "POST";
+    config.caCertPath = m_address.caFile;
+    config.timeout = m_address.timeout;
+    config.serverHost = m_address.server;
+    m_client->configureOptions(config, 0);
+    // Here and not where they are needed: no session may be opened while another one is at work.
+    for (std::size_t asker = m_obstacles.size(); asker < askers; ++asker)
+        m_obstacles.push_back(obstacleIn([this, asker] { m_client->initSession(asker); }));
+}
+
+Opinion ServerVerdicts::ask(const std::string& sha256, std::size_t asker)
+{
+    if (!m_obstacles.at(asker).empty())
+        return unknown("no session: " + m_obstacles[asker]);
+    Opinion opinion;
+    const std::string obstacle = obstacleIn([&] { opinion = askServer(sha256, asker); });
+    return obstacle.empty() ? opinion : unknown("not asked: " + obstacle);
+}
+
+Opinion ServerVerdicts::askServer(const std::string& sha256, std::size_t asker)
+{
+    m_log->takeLines();
+    TAV::TAVHTTPHeader header = requestHeader();
+    TAV::LumoStats stats;
+    std::string body;
+    if (!m_client->sendNetworkRequest(header, nlohmann::json{{"sha256", sha256}}.dump(), body, asker, stats))
+        return unknown(failureIn(m_log->takeLines()).cause());
+    Opinion opinion = readAnswer(body, sha256);
+    opinion.times = AskTimes{stats.totalTimeMs, stats.tlsConnectTimeMs};
+    return opinion;
+}
+
+Opinion readAnswer(const std::string& body, const std::string& sha256)
+{
+    const nlohmann::json answer = nlohmann::json::parse(body, nullptr, false);
+    if (!answer.is_object())
+        return unknown("the answer is not JSON, or not all of it: \"" +
+                       programs::printable(body.substr(0, kShownBytes)) + "\"");
+    if (textIn(answer, "sha256") != sha256)
+        return unknown("the answer is about another content");
+    const std::string verdict = textIn(answer, "verdict");
+    if (verdict == "malicious")
+        return {Verdict::Denied, "", std::nullopt};
+    if (verdict == "clean")
+        return {Verdict::Clean, "", std::nullopt};
+    return unknown("the answer has no verdict that is known: \"" + programs::printable(verdict.substr(0, kShownBytes)) +
+                   "\"");
+}
+
+} // namespace endpointscan
