@@ -9,5 +9,6 @@ void addChecksumCases();
 void addEncodingCases();
 void addFileTypeCases();
 void addCpuLimitCases();
+void addQueryCases();
 
 } // namespace TAV::bench

@@ -13,10 +13,10 @@
 #include <vector>
 
 #include "Cases.h"
+#include "NoLogger.h"
 #include "Pair.h"
 #include "integration/cgroup/LoadProcess.h"
 #include "integration/cgroup/PrivateController.h"
-#include "tav/ILogger.h"
 #include "tav/TAVSystemUtils.h"
 #include "tav/TAVUtils.h"
 
@@ -27,13 +27,6 @@ namespace
 
 constexpr unsigned short kPercent = 50;
 constexpr double kTarget = 1.30;
-
-class NoLogger : public ILogger
-{
-public:
-    void log(int, std::string) override {}
-    void log(int, std::string, const std::string&) override {}
-};
 
 void writePlainly(const std::string& path, const std::string& value)
 {

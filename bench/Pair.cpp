@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdlib>
 #include <ctime>
 #include <iostream>
@@ -29,7 +30,17 @@ double secondsOf(const timeval& time)
     return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) * kMicro;
 }
 
-double secondsPerCall(const Work& work, int calls)
+double median(std::vector<double> values)
+{
+    const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
+    std::nth_element(values.begin(), middle, values.end());
+    return *middle;
+}
+
+/// What one call of a side takes, over so many calls.
+using SecondsPerCall = double (*)(const Work& work, int calls);
+
+double cpuSecondsPerCall(const Work& work, int calls)
 {
     const double before = cpuSeconds();
     for (int call = 0; call < calls; ++call)
@@ -37,22 +48,28 @@ double secondsPerCall(const Work& work, int calls)
     return (cpuSeconds() - before) / calls;
 }
 
+/// The time on the clock of the call in the middle: half of the calls take longer.
+double medianLatency(const Work& work, int calls)
+{
+    std::vector<double> latencies;
+    for (int call = 0; call < calls; ++call)
+    {
+        const auto before = std::chrono::steady_clock::now();
+        work();
+        latencies.push_back(std::chrono::duration<double>(std::chrono::steady_clock::now() - before).count());
+    }
+    return median(std::move(latencies));
+}
+
 /// How many calls take some milliseconds; also warms both sides up.
-int chooseCalls(const Pair& pair)
+int chooseCalls(const Pair& pair, SecondsPerCall measure)
 {
     if (pair.callsPerRound != 0)
         return pair.callsPerRound;
     int calls = 1;
-    while (std::min(secondsPerCall(pair.ours, calls), secondsPerCall(pair.theirs, calls)) * calls < kSecondsPerRound)
+    while (std::min(measure(pair.ours, calls), measure(pair.theirs, calls)) * calls < kSecondsPerRound)
         calls *= 2;
     return calls;
-}
-
-double median(std::vector<double> values)
-{
-    const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
-    std::nth_element(values.begin(), middle, values.end());
-    return *middle;
 }
 
 struct Round
@@ -77,9 +94,9 @@ void report(benchmark::State& state, const std::vector<Round>& rounds, double ta
 
 /// Each round runs both sides one right after the other and keeps their ratio. What disturbs the machine for longer
 /// than a round disturbs both sides alike; what is shorter disturbs few rounds, which the median drops.
-void measureTime(benchmark::State& state, const Pair& pair)
+void measureTurns(benchmark::State& state, const Pair& pair, SecondsPerCall secondsPerCall)
 {
-    const int calls = chooseCalls(pair);
+    const int calls = chooseCalls(pair, secondsPerCall);
     std::vector<Round> rounds;
     for ([[maybe_unused]] auto iteration : state)
     {
@@ -94,6 +111,16 @@ void measureTime(benchmark::State& state, const Pair& pair)
         state.SetIterationTime(round.ours + round.theirs);
     }
     report(state, rounds, pair.target);
+}
+
+void measureTime(benchmark::State& state, const Pair& pair)
+{
+    measureTurns(state, pair, cpuSecondsPerCall);
+}
+
+void measureLatency(benchmark::State& state, const Pair& pair)
+{
+    measureTurns(state, pair, medianLatency);
 }
 
 double peakBytes(const Work& work)
@@ -152,6 +179,12 @@ void compare(Pair pair)
 {
     const int rounds = pair.rounds;
     add(std::move(pair), measureTime)->Iterations(rounds)->UseManualTime();
+}
+
+void compareLatency(Pair pair)
+{
+    const int rounds = pair.rounds;
+    add(std::move(pair), measureLatency)->Iterations(rounds)->UseManualTime();
 }
 
 void comparePeakMemory(Pair pair)

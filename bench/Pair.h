@@ -64,6 +64,9 @@ constexpr const char* kMemoryLabel = "memory";
 /// Registers the pair with Google Benchmark.
 void compare(Pair pair);
 
+/// Registers the pair for a comparison of the time on the clock that the call in the middle takes (p50).
+void compareLatency(Pair pair);
+
 /// Registers the pair for a comparison of memory instead: the most that a process of its own has resident while it runs
 /// one side once.
 void comparePeakMemory(Pair pair);

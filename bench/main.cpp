@@ -15,6 +15,9 @@ int main(int argc, char** argv)
 #ifdef TAV_BENCH_HAS_CPU_LIMIT
     TAV::bench::addCpuLimitCases();
 #endif
+#ifdef TAV_BENCH_HAS_QUERIES
+    TAV::bench::addQueryCases();
+#endif
     TAV::bench::RowReporter rows;
     benchmark::RunSpecifiedBenchmarks(&rows);
     return 0;
