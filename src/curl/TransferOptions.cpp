@@ -1,6 +1,5 @@
-#include <functional>
 #include <iterator>
-#include <type_traits>
+#include <string_view>
 #include <variant>
 
 #include "frame/LogLevels.h"
@@ -24,20 +23,37 @@ struct CurlWrapper::Option
 namespace
 {
 
-CURLcode setValue(ICurlAPIUtility& api, void* handle, CURLoption selector, long value)
-{
-    return api.curlSetLongOpt(handle, selector, value);
-}
-
-CURLcode setValue(ICurlAPIUtility& api, void* handle, CURLoption selector, std::string value)
-{
-    return api.curlSetStringOpt(handle, selector, std::move(value));
-}
-
 std::string urlOf(const TAVQueryConfig& config)
 {
-    return "https://" + config.serverHost + "/1";
+    constexpr std::string_view kScheme = "https://";
+    constexpr std::string_view kPath = "/1";
+    std::string url;
+    url.reserve(kScheme.size() + config.serverHost.size() + kPath.size());
+    return url.append(kScheme).append(config.serverHost).append(kPath);
 }
+
+/// Sets one option of a handle from whatever its value comes from.
+struct Setter
+{
+    ICurlAPIUtility& api;
+    void* handle;
+    CURLoption selector;
+    const TAVQueryConfig& config;
+
+    CURLcode operator()(long value) const { return api.curlSetLongOpt(handle, selector, value); }
+    CURLcode operator()(long TAVQueryConfig::*field) const
+    {
+        return api.curlSetLongOpt(handle, selector, config.*field);
+    }
+    CURLcode operator()(std::string TAVQueryConfig::*field) const
+    {
+        return api.curlSetStringOpt(handle, selector, config.*field);
+    }
+    CURLcode operator()(std::string (*make)(const TAVQueryConfig&)) const
+    {
+        return api.curlSetStringOpt(handle, selector, make(config));
+    }
+};
 
 } // namespace
 
@@ -45,14 +61,7 @@ bool CurlWrapper::setOptions(void* handle, const Option* options, std::size_t co
 {
     for (const Option* option = options; option != options + count; ++option)
     {
-        const auto set = [&](auto source)
-        {
-            if constexpr (std::is_same_v<decltype(source), long>)
-                return setValue(*m_curlApi, handle, option->selector, source);
-            else
-                return setValue(*m_curlApi, handle, option->selector, std::invoke(source, m_queryConfig));
-        };
-        CURLcode result = std::visit(set, option->value);
+        CURLcode result = std::visit(Setter{*m_curlApi, handle, option->selector, m_queryConfig}, option->value);
         if (result != CURLE_OK)
         {
             m_logger.log(kLogFailure, m_className, option->refusal + getCURLErrMsg(result));
