@@ -28,6 +28,7 @@ struct Wish
 };
 
 constexpr Wish kAuthority = {"Authority of a test run", nullptr, kDay};
+constexpr Wish kOtherAuthority = {"Another authority of a test run", nullptr, kDay};
 constexpr Wish kGood = {"localhost", kLoopbackNames, kDay};
 constexpr Wish kExpired = {"localhost", kLoopbackNames, -kHour};
 constexpr Wish kWrongName = {"elsewhere.invalid", "DNS:elsewhere.invalid", kDay};
@@ -131,7 +132,8 @@ ServerCertificate store(const TemporaryDirectory& directory, const std::string& 
 TestAuthority::TestAuthority()
 {
     const Identity authority = makeIdentity(kAuthority, nullptr);
-    const Identity other = makeIdentity(kAuthority, nullptr);
+    const Identity other = makeIdentity(kOtherAuthority, nullptr);
+    const Identity impostor = makeIdentity(kAuthority, nullptr);
     m_ca = store(m_directory, "ca", authority);
     m_otherCa = store(m_directory, "other-ca", other);
     m_good = store(m_directory, "good", makeIdentity(kGood, &authority));
@@ -139,6 +141,7 @@ TestAuthority::TestAuthority()
     m_wrongName = store(m_directory, "wrong-name", makeIdentity(kWrongName, &authority));
     m_selfSigned = store(m_directory, "self-signed", makeIdentity(kGood, nullptr));
     m_fromOther = store(m_directory, "from-other", makeIdentity(kGood, &other));
+    m_fromImpostor = store(m_directory, "from-impostor", makeIdentity(kGood, &impostor));
 }
 
 const TestAuthority& TestAuthority::shared()

@@ -29,7 +29,7 @@ public:
     /// The certificate of the authority, which clients trust.
     const std::string& caFile() const { return m_ca.certificate; }
 
-    /// The certificate of another authority, of the same name.
+    /// The certificate of another authority.
     const std::string& otherCaFile() const { return m_otherCa.certificate; }
 
     /// For localhost and 127.0.0.1, signed by the authority, valid.
@@ -47,6 +47,9 @@ public:
     /// Like the good one, but signed by the other authority.
     const ServerCertificate& fromOtherAuthority() const { return m_fromOther; }
 
+    /// Like the good one, but signed by somebody who took the authority's name.
+    const ServerCertificate& fromImpostor() const { return m_fromImpostor; }
+
 private:
     TemporaryDirectory m_directory;
     ServerCertificate m_ca;
@@ -56,6 +59,7 @@ private:
     ServerCertificate m_wrongName;
     ServerCertificate m_selfSigned;
     ServerCertificate m_fromOther;
+    ServerCertificate m_fromImpostor;
 };
 
 } // namespace TAV::test

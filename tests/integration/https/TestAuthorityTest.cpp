@@ -31,8 +31,11 @@ TEST(TestAuthorityTest, OnlyGoodCertificateVerifies)
 
     EXPECT_EQ(verify(authority.good(), authority.caFile()), 0);
     EXPECT_EQ(verify(authority.fromOtherAuthority(), authority.otherCaFile()), 0);
-    for (const ServerCertificate* bad :
-         {&authority.expired(), &authority.wrongName(), &authority.selfSigned(), &authority.fromOtherAuthority()})
+    for (const ServerCertificate* bad : {&authority.expired(),
+                                         &authority.wrongName(),
+                                         &authority.selfSigned(),
+                                         &authority.fromOtherAuthority(),
+                                         &authority.fromImpostor()})
         EXPECT_NE(verify(*bad, authority.caFile()), 0) << bad->certificate;
 }
 
