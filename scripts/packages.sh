@@ -9,7 +9,7 @@ packages_of() {
   case $1 in
     build) echo "g++ cmake ninja-build pkg-config libssl-dev libcurl4-openssl-dev libmagic-dev libkrb5-dev libboost-dev" ;;
     programs) echo "libcli11-dev libspdlog-dev nlohmann-json3-dev libcpp-httplib-dev p7zip-full" ;;
-    test) echo "libgtest-dev libgmock-dev p7zip-full file binutils openssl" ;;
+    test) echo "libgtest-dev libgmock-dev p7zip-full file binutils openssl nginx libnginx-mod-http-echo squid valgrind" ;;
     bench) echo "libbenchmark-dev libglib2.0-dev libpoco-dev librhash-dev libboost-filesystem-dev libcpp-httplib-dev" ;;
     clang) echo "clang libclang-rt-dev" ;;
     coverage) echo "gcovr" ;;
@@ -75,9 +75,35 @@ install_packages() {
   as_root apt-get -o DPkg::Lock::Timeout=300 -q update ||
     die "apt-get update failed: the package lists could not be fetched (see above). Is the network reachable?"
   # shellcheck disable=SC2086 # a list of names
-  as_root env DEBIAN_FRONTEND=noninteractive apt-get -o DPkg::Lock::Timeout=300 -o Dpkg::Use-Pty=0 -q install -y \
-    --no-install-recommends $1 ||
+  without_daemons as_root env DEBIAN_FRONTEND=noninteractive apt-get -o DPkg::Lock::Timeout=300 -o Dpkg::Use-Pty=0 -q \
+    install -y --no-install-recommends $1 ||
     die "apt-get could not install the packages (see above)"
+  leave_daemons_off "$1"
+}
+
+# without_daemons COMMAND...: runs it while no package may start a service. The tests start servers of their own. An
+# administrator's rule is left as it is.
+without_daemons() (
+  policy=/usr/sbin/policy-rc.d
+  if [ ! -e "$policy" ]; then
+    trap 'as_root rm -f "$policy"' EXIT
+    trap 'exit 130' HUP INT TERM
+    printf '#!/bin/sh\nexit 101\n' | as_root tee "$policy" >/dev/null
+    as_root chmod 755 "$policy"
+  fi
+  "$@"
+)
+
+# leave_daemons_off NAMES: of packages just installed, so that the next start of the machine does not start them either.
+leave_daemons_off() {
+  if ! command -v systemctl >/dev/null 2>&1; then
+    return
+  fi
+  for daemon in nginx squid krb5-kdc krb5-admin-server; do
+    case " $1 " in
+      *" $daemon "*) as_root systemctl --quiet disable "$daemon" || say "The service $daemon could not be disabled." ;;
+    esac
+  done
 }
 
 # The library runs 7-Zip from this one place, wherever the distribution keeps it.
