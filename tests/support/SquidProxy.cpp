@@ -51,7 +51,11 @@ std::vector<SquidRequest> parse(const std::string& log)
     std::istringstream lines(log);
     SquidRequest request;
     while (lines >> request.result >> request.method >> request.target >> request.user)
-        requests.push_back(request);
+    {
+        // The look whether it answers is noted too.
+        if (request.method != "-")
+            requests.push_back(request);
+    }
     return requests;
 }
 
@@ -65,7 +69,7 @@ std::string SquidProxy::missing()
 }
 
 SquidProxy::SquidProxy(const SquidSettings& settings)
-    : m_name("tavutils-test-" + std::to_string(::getpid()) + "-" + std::to_string(m_port.number()))
+    : m_name("tavutils" + std::to_string(::getpid()) + "on" + std::to_string(m_port.number()))
 {
     giveToUser(m_directory.path());
     m_directory.write("squid.conf", configuration(port(), m_directory.path(), settings.directives));

@@ -60,7 +60,7 @@ public:
     /// Ends it at once. Its port stays reserved, and refuses connections.
     void stop();
 
-    /// Waits until so many requests have ended, and returns them all.
+    /// Waits until so many requests have ended, and returns them all. A connection without a request is none.
     std::vector<SquidRequest> requests(std::size_t expected) const;
 
 private:
