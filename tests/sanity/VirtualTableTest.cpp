@@ -14,6 +14,8 @@
 
 #include <gmock/gmock.h>
 
+#include "tav/CurlAPIUtility.h"
+#include "tav/CurlWrapper.h"
 #include "tav/ILogger.h"
 #include "tav/MagicUtils.h"
 #include "tav/QelArchiveUtils.h"
@@ -139,6 +141,52 @@ Service systemUtils()
              OPERATION(ITAVSystemUtils, TAVSystemUtils, openInputFile)}};
 }
 
+Service curlWrapper()
+{
+    return {"ICurlWrapper",
+            &typeid(ICurlWrapper),
+            "CurlWrapper",
+            &typeid(CurlWrapper),
+            {OPERATION(ICurlWrapper, CurlWrapper, initSession),
+             OPERATION(ICurlWrapper, CurlWrapper, deInitSession),
+             OPERATION(ICurlWrapper, CurlWrapper, configureOptions),
+             OPERATION(ICurlWrapper, CurlWrapper, sendNetworkRequest)}};
+}
+
+/// The overload that gives a value of this type.
+template <typename Value>
+Operation getInfo(const char* name)
+{
+    using InInterface = CURLcode (ICurlAPIUtility::*)(void*, CURLINFO, Value&);
+    using InImplementation = CURLcode (CurlAPIUtility::*)(void*, CURLINFO, Value&);
+    return {name,
+            slotOf(static_cast<InInterface>(&ICurlAPIUtility::curlGetInfo)),
+            slotOf(static_cast<InImplementation>(&CurlAPIUtility::curlGetInfo))};
+}
+
+Service curlApi()
+{
+    return {"ICurlAPIUtility",
+            &typeid(ICurlAPIUtility),
+            "CurlAPIUtility",
+            &typeid(CurlAPIUtility),
+            {OPERATION(ICurlAPIUtility, CurlAPIUtility, curlGlobalInit),
+             OPERATION(ICurlAPIUtility, CurlAPIUtility, curlEasyInit),
+             OPERATION(ICurlAPIUtility, CurlAPIUtility, curlEasyCleanup),
+             OPERATION(ICurlAPIUtility, CurlAPIUtility, curlGlobalCleanup),
+             OPERATION(ICurlAPIUtility, CurlAPIUtility, curlSlistAppend),
+             OPERATION(ICurlAPIUtility, CurlAPIUtility, curlSetHeaderOpt),
+             OPERATION(ICurlAPIUtility, CurlAPIUtility, curlSlistFreeAll),
+             OPERATION(ICurlAPIUtility, CurlAPIUtility, curlSetStringOpt),
+             OPERATION(ICurlAPIUtility, CurlAPIUtility, curlSetLongOpt),
+             OPERATION(ICurlAPIUtility, CurlAPIUtility, curlSetCallbackFuncOpt),
+             OPERATION(ICurlAPIUtility, CurlAPIUtility, curlSetResponseString),
+             OPERATION(ICurlAPIUtility, CurlAPIUtility, curlEasyPerform),
+             getInfo<long>("curlGetInfo (long)"),
+             getInfo<double>("curlGetInfo (double)"),
+             OPERATION(ICurlAPIUtility, CurlAPIUtility, curlEasyStrerror)}};
+}
+
 #undef OPERATION
 
 /// One class's virtual table as the library exports it.
@@ -223,7 +271,7 @@ TEST_P(VirtualTableTest, ImplementationDerivesFromTheInterfaceAlone)
 
 INSTANTIATE_TEST_SUITE_P(Services,
                          VirtualTableTest,
-                         testing::Values(magic(), utils(), ssl(), archive(), systemUtils()),
+                         testing::Values(magic(), utils(), ssl(), curlWrapper(), curlApi(), archive(), systemUtils()),
                          [](const auto& service) { return std::string(service.param.interface); });
 
 // Tests of the logger's own: the library only uses that interface.
@@ -247,6 +295,10 @@ TEST(NonVirtualOperationsTest, TakeNoSlot)
                                             slotOf(&TAVUtils::duplicateFd),
                                             slotOf(&TAVUtils::updateCPUTaskGroupDirectory),
                                             slotOf(&TAVUtils::getNumberOfAvailableCPUCores),
+                                            slotOf(&CurlWrapper::setCommonConfigParameters),
+                                            slotOf(&CurlWrapper::setSSLConfigParameters),
+                                            slotOf(&CurlWrapper::setProxyConfigParameters),
+                                            slotOf(&CurlWrapper::getCURLErrMsg),
                                             slotOf(&QelSSLUtils::hexDigitToChar),
                                             slotOf(&QelSSLUtils::hexEncodeBytesIntoString)};
     EXPECT_THAT(slots, testing::Each(kNotVirtual));
