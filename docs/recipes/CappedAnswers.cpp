@@ -1,0 +1,78 @@
+// Recipe: a call layer that puts an end to answers without end.
+
+#include <gtest/gtest.h>
+
+#include <exception>
+#include <memory>
+#include <string>
+
+#include "QueryScene.h"
+#include "RawTlsServer.h"
+#include "tav/CurlAPIUtility.h"
+#include "tav/CurlWrapper.h"
+
+namespace
+{
+
+//! [capped answers]
+/// The calls into libcurl, with an end to every answer. Besides, nothing is thrown through libcurl.
+class CappedAnswers : public TAV::CurlAPIUtility
+{
+public:
+    static constexpr std::size_t kLongest = 1'000'000; // bytes
+
+    CURLcode curlSetCallbackFuncOpt(void* handle) override
+    {
+        return curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, &CappedAnswers::append);
+    }
+
+private:
+    static std::size_t append(char* data, std::size_t size, std::size_t count, std::string* response) noexcept
+    try
+    {
+        if (size * count > kLongest - response->size())
+            return 0; // fewer than there are: libcurl ends the transfer
+        return writeCallback(data, size, count, response);
+    }
+    catch (const std::exception&)
+    {
+        return 0; // no memory
+    }
+};
+//! [capped answers]
+
+using namespace TAV::test;
+
+/// How long the answer is that arrives when a server sends so many bytes.
+std::size_t lengthOfAnswer(const std::shared_ptr<TAV::ICurlAPIUtility>& api, std::size_t sent)
+{
+    RawTlsServer server({afterRequest({send(answer(std::string(sent, 'x')))})});
+    RecordingLogger logger;
+    TAV::CurlWrapper client(logger, api);
+    client.configureOptions(configTowards(server.port(), TestAuthority::shared().caFile()), 1);
+    client.initSession(1);
+    TAV::TAVHTTPHeader header;
+    TAV::LumoStats stats;
+    std::string response;
+    client.sendNetworkRequest(header, "a question", response, 1, stats);
+    return response.size();
+}
+
+constexpr std::size_t kTooLong = CappedAnswers::kLongest + 1;
+
+TEST(CappedAnswersTest, EndAtTheLimit)
+{
+    EXPECT_LE(lengthOfAnswer(std::make_shared<CappedAnswers>(), kTooLong), CappedAnswers::kLongest);
+}
+
+TEST(CappedAnswersTest, AreWholeUpToTheLimit)
+{
+    EXPECT_EQ(lengthOfAnswer(std::make_shared<CappedAnswers>(), CappedAnswers::kLongest), CappedAnswers::kLongest);
+}
+
+TEST(CappedAnswersTest, AreNeededBecauseAnAnswerGrowsWithoutLimit)
+{
+    EXPECT_EQ(lengthOfAnswer(std::make_shared<TAV::CurlAPIUtility>(), kTooLong), kTooLong);
+}
+
+} // namespace
