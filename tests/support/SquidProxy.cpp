@@ -45,6 +45,13 @@ void giveToUser(const std::string& path)
         throw std::runtime_error("cannot give " + path + " to the user " + kUser);
 }
 
+/// It has it open by now and needs no names, which would be left behind when it is killed.
+void removeSharedMemory(const std::string& name)
+{
+    for (const char* part : {"metadata", "queues", "readers"})
+        std::filesystem::remove("/dev/shm/" + name + "-cf__" + part + ".shm");
+}
+
 std::vector<SquidRequest> parse(const std::string& log)
 {
     std::vector<SquidRequest> requests;
@@ -69,33 +76,27 @@ std::string SquidProxy::missing()
 }
 
 SquidProxy::SquidProxy(const SquidSettings& settings)
-    : m_name("tavutils" + std::to_string(::getpid()) + "on" + std::to_string(m_port.number()))
 {
     giveToUser(m_directory.path());
     m_directory.write("squid.conf", configuration(port(), m_directory.path(), settings.directives));
     for (const SquidSettings::File& file : settings.files)
         giveToUser(m_directory.write(file.name, file.content));
 
+    const std::string name = "tavutils" + std::to_string(::getpid()) + "on" + std::to_string(port());
     ServerProgram program;
-    program.argv = {findServerProgram("squid"), "-N", "-n", m_name, "-f", m_directory.file("squid.conf")};
+    program.argv = {findServerProgram("squid"), "-N", "-n", name, "-f", m_directory.file("squid.conf")};
     program.outputFile = m_directory.file("output");
     program.user = kUser;
     program.environment = settings.environment;
     m_process = std::make_unique<ServerProcess>(program);
     m_process->waitUntilAnswers(port());
-}
-
-SquidProxy::~SquidProxy()
-{
-    stop();
+    removeSharedMemory(name);
 }
 
 void SquidProxy::stop()
 {
+    // Killed: by itself it would take four seconds.
     m_process.reset();
-    // It ends by itself in four seconds only; killed, it leaves its shared memory behind.
-    for (const char* part : {"metadata", "queues", "readers"})
-        std::filesystem::remove("/dev/shm/" + m_name + "-cf__" + part + ".shm");
 }
 
 std::vector<SquidRequest> SquidProxy::requests(std::size_t expected) const

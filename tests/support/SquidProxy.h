@@ -48,9 +48,6 @@ public:
 
     /// Returns when it answers.
     explicit SquidProxy(const SquidSettings& settings = {});
-    SquidProxy(const SquidProxy&) = delete;
-    SquidProxy& operator=(const SquidProxy&) = delete;
-    ~SquidProxy();
 
     std::uint16_t port() const { return m_port.number(); }
 
@@ -66,7 +63,6 @@ public:
 private:
     TemporaryDirectory m_directory;
     FreePort m_port;
-    std::string m_name;
     std::unique_ptr<ServerProcess> m_process;
 };
 

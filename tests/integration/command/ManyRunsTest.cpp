@@ -1,7 +1,6 @@
 // Thousands of commands from several threads leave nothing behind.
 
 #include <gmock/gmock.h>
-#include <malloc.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -13,20 +12,8 @@
 #include <thread>
 
 #include "CommandScene.h"
+#include "support/HeapUse.h"
 #include "support/SacrificialProcess.h"
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define TAV_SANITIZED 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define TAV_SANITIZED 1
-#endif
-#endif
-
-#ifdef TAV_SANITIZED
-// Every sanitizer that replaces the heap has it; not every compiler installs its header.
-extern "C" std::size_t __sanitizer_get_current_allocated_bytes();
-#endif
 
 namespace TAV::test
 {
@@ -39,18 +26,6 @@ constexpr int kRuns = 2000; // a sanitizer makes each fork several times as slow
 #else
 constexpr int kRuns = 10000;
 #endif
-/// A byte lost in each run would take at least 32 from the heap: five times this in 10,000 runs.
-constexpr std::size_t kHeapTolerance = 64000;
-
-std::size_t heapInUse()
-{
-#ifdef TAV_SANITIZED
-    return __sanitizer_get_current_allocated_bytes();
-#else
-    const struct mallinfo2 info = ::mallinfo2();
-    return info.uordblks + info.hblkhd;
-#endif
-}
 
 /// Counts, so that the log itself does not grow.
 class CountingLogger : public ILogger
