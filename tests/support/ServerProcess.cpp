@@ -119,12 +119,17 @@ bool ServerProcess::hasEnded() const
            information.si_pid == m_pid;
 }
 
+void ServerProcess::waitUntil(const std::function<bool()>& isReady) const
+{
+    bool ready = false;
+    eventually([&] { return (ready = isReady()) || hasEnded(); });
+    if (!ready)
+        throw std::runtime_error(m_name + " does not answer: " + readFile(m_outputFile));
+}
+
 void ServerProcess::waitUntilAnswers(std::uint16_t port) const
 {
-    bool answers = false;
-    eventually([&] { return (answers = acceptsConnections(port)) || hasEnded(); });
-    if (!answers)
-        throw std::runtime_error(m_name + " does not answer: " + readFile(m_outputFile));
+    waitUntil([port] { return acceptsConnections(port); });
 }
 
 void ServerProcess::stop(int signal)

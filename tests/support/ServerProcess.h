@@ -3,6 +3,7 @@
 #include <sys/types.h>
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -33,6 +34,10 @@ public:
     ~ServerProcess();
 
     pid_t pid() const { return m_pid; }
+
+    /// Waits until it is ready.
+    /// @throws std::runtime_error  with what it wrote, if it ends or takes too long
+    void waitUntil(const std::function<bool()>& isReady) const;
 
     /// Waits until it accepts connections.
     /// @throws std::runtime_error  with what it wrote, if it ends or takes too long
