@@ -48,14 +48,26 @@ public:
     /// @name The option groups
     /// Each sets its options of a handle from the stored configuration, up to the first one that libcurl refuses. Not
     /// locked: call them while no other thread configures a client.
-    /// @return false if one was refused, which is logged (level 2)
     /// @{
-    bool setCommonConfigParameters(void* handle); ///< time limit, method, URL
-    bool setSSLConfigParameters(void* handle);    ///< CA file, verifications, session cache, TLS 1.2 at least
-    bool setProxyConfigParameters(void* handle);  ///< every way to authenticate, tunnel, address, credentials
+
+    /// Time limit, method, URL.
+    /// @param handle  of libcurl; not checked
+    /// @return false if an option was refused, which is logged (level 2)
+    bool setCommonConfigParameters(void* handle);
+
+    /// CA file, verifications, session cache, TLS 1.2 or later.
+    /// @param handle  of libcurl; not checked
+    /// @return false if an option was refused, which is logged (level 2)
+    bool setSSLConfigParameters(void* handle);
+
+    /// Every way to authenticate, tunnel, address, credentials.
+    /// @param handle  of libcurl; not checked
+    /// @return false if an option was refused, which is logged (level 2)
+    bool setProxyConfigParameters(void* handle);
     /// @}
 
     /// libcurl's text for a result. Any thread.
+    /// @param code  the result; not changed
     /// @return the text; empty if the call layer has none
     std::string getCURLErrMsg(CURLcode& code);
 

@@ -27,6 +27,7 @@ public:
 
     /// curl_global_init(3).
     /// @param flags  what to initialise, such as `CURL_GLOBAL_ALL`
+    /// @return libcurl's result
     virtual CURLcode curlGlobalInit(long flags) = 0;
 
     /// curl_easy_init(3).
@@ -35,6 +36,7 @@ public:
     virtual void* curlEasyInit() = 0;
 
     /// curl_easy_cleanup(3): closes what the handle holds open and frees it.
+    /// @param handle  is no longer valid then
     virtual void curlEasyCleanup(void* handle) = 0;
 
     /// curl_global_cleanup(3).
@@ -50,43 +52,66 @@ public:
 
     /// Sets an option whose value is a list (curl_easy_setopt(3)). libcurl does not copy it: it must live until the
     /// transfer has ended.
+    /// @param handle  the handle
+    /// @param option  the option, such as `CURLOPT_HTTPHEADER`
+    /// @param list    the list, which stays the caller's
+    /// @return libcurl's result
     virtual CURLcode curlSetHeaderOpt(void* handle, CURLoption option, curl_slist* list) = 0;
 
     /// curl_slist_free_all(3).
+    /// @param list  its head; may be null
     virtual void curlSlistFreeAll(curl_slist* list) = 0;
 
     /// Sets an option whose value is a text.
+    /// @param handle  the handle
     /// @param option  one whose text libcurl copies, as `value` ends with the call
     /// @param value   the text, up to its first zero byte. For `CURLOPT_COPYPOSTFIELDS` libcurl takes as many bytes of
     ///                it as `CURLOPT_POSTFIELDSIZE` told before.
+    /// @return libcurl's result
     virtual CURLcode curlSetStringOpt(void* handle, CURLoption option, std::string value) = 0;
 
     /// Sets an option whose value is a number.
+    /// @param handle  the handle
+    /// @param option  the option
+    /// @param value   its value
+    /// @return libcurl's result
     virtual CURLcode curlSetLongOpt(void* handle, CURLoption option, long value) = 0;
 
     /// Installs the implementation's own write callback (`CURLOPT_WRITEFUNCTION`), which appends what arrives to the
     /// string that `curlSetResponseString` named.
+    /// @param handle  the handle
+    /// @return libcurl's result
     virtual CURLcode curlSetCallbackFuncOpt(void* handle) = 0;
 
     /// Sets an option whose value is the address of a string: `CURLOPT_WRITEDATA` for the write callback.
+    /// @param handle    the handle
+    /// @param option    the option
     /// @param response  must live until the transfer has ended; it is not cleared
+    /// @return libcurl's result
     virtual CURLcode curlSetResponseString(void* handle, CURLoption option, std::string& response) = 0;
 
     /// Runs the transfer (curl_easy_perform(3)) and blocks until it has ended.
+    /// @param handle  the handle
+    /// @return how the transfer ended
     virtual CURLcode curlEasyPerform(void* handle) = 0;
 
     /// Reads a number of the last transfer (curl_easy_getinfo(3)).
-    /// @param info  a selector of that type, such as `CURLINFO_RESPONSE_CODE`
-    /// @param out   receives it; untouched if libcurl refuses
+    /// @param handle  the handle
+    /// @param info    a selector of that type, such as `CURLINFO_RESPONSE_CODE`
+    /// @param out     receives it; untouched if libcurl refuses
+    /// @return libcurl's result
     virtual CURLcode curlGetInfo(void* handle, CURLINFO info, long& out) = 0;
 
     /// Reads a time of the last transfer, in seconds.
-    /// @param info  a selector of that type, such as `CURLINFO_TOTAL_TIME`
-    /// @param out   receives it; untouched if libcurl refuses
+    /// @param handle  the handle
+    /// @param info    a selector of that type, such as `CURLINFO_TOTAL_TIME`
+    /// @param out     receives it; untouched if libcurl refuses
+    /// @return libcurl's result
     virtual CURLcode curlGetInfo(void* handle, CURLINFO info, double& out) = 0;
 
     /// curl_easy_strerror(3).
-    /// @return libcurl's static text for a result, which nobody frees
+    /// @param code  the result
+    /// @return libcurl's static text for it, which nobody frees
     virtual const char* curlEasyStrerror(CURLcode code) = 0;
 };
 

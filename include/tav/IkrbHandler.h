@@ -17,7 +17,7 @@ struct TAVProxyConfig
     std::string proxyText2;             ///< the caller's
     std::vector<std::string> proxyList; ///< the caller's
     bool proxyFlag3 = false;            ///< the caller's
-    std::string userPrincipal;          ///< the account, as USER@REALM
+    std::string userPrincipal;          ///< the account, as user\@REALM
     std::string password;               ///< its password, 8192 bytes at most; a longer one aborts the process
 };
 

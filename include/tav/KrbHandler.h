@@ -53,11 +53,19 @@ public:
 
     /// @name The steps of a renewal
     /// `renewTicket` runs them in this order, in a context that it makes before and frees afterwards.
-    /// @return false if the step failed, which is logged (level 6)
     /// @{
-    bool addKeyAndPricipal();         ///< derives the key and fills the keytab entry
-    bool generateKrbKeyTabAndCache(); ///< writes the keytab
-    bool initKrb();                   ///< obtains initial credentials with it
+
+    /// Derives the key and fills the keytab entry.
+    /// @return false if that failed, which is logged (level 6) but for want of memory
+    bool addKeyAndPricipal();
+
+    /// Writes the keytab.
+    /// @return false if that failed, which is logged (level 6)
+    bool generateKrbKeyTabAndCache();
+
+    /// Obtains initial credentials with the keytab.
+    /// @return false if that failed, which is logged (level 6)
+    bool initKrb();
     /// @}
 
     /// Frees what a renewal holds: principal, password, salt, the handles of cache and keytab, and the context, in this
