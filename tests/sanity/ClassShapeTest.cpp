@@ -17,6 +17,8 @@
 #include "tav/CurlWrapper.h"
 #include "tav/FMXException.h"
 #include "tav/ILogger.h"
+#include "tav/KrbAPIWrapper.h"
+#include "tav/KrbHandler.h"
 #include "tav/MagicUtils.h"
 #include "tav/QelArchiveUtils.h"
 #include "tav/QelSSLUtils.h"
@@ -43,8 +45,16 @@ template <typename Class>
 class InterfaceShapeTest : public testing::Test
 {
 };
-using Interfaces = testing::
-    Types<IMagic, ITAVUtils, IQelSSL, ICurlWrapper, ICurlAPIUtility, IQelArchiveUtils, ITAVSystemUtils, ILogger>;
+using Interfaces = testing::Types<IMagic,
+                                  ITAVUtils,
+                                  IQelSSL,
+                                  ICurlWrapper,
+                                  ICurlAPIUtility,
+                                  IkrbAPIWrapper,
+                                  IkrbHandler,
+                                  IQelArchiveUtils,
+                                  ITAVSystemUtils,
+                                  ILogger>;
 TYPED_TEST_SUITE(InterfaceShapeTest, Interfaces, ClassNames);
 
 TYPED_TEST(InterfaceShapeTest, HasNoData)
@@ -66,8 +76,15 @@ template <typename Class>
 class ImplementationShapeTest : public testing::Test
 {
 };
-using Implementations =
-    testing::Types<MagicUtils, TAVUtils, QelSSLUtils, CurlWrapper, CurlAPIUtility, QelArchiveUtils, TAVSystemUtils>;
+using Implementations = testing::Types<MagicUtils,
+                                       TAVUtils,
+                                       QelSSLUtils,
+                                       CurlWrapper,
+                                       CurlAPIUtility,
+                                       KrbAPIWrapper,
+                                       KrbHandler,
+                                       QelArchiveUtils,
+                                       TAVSystemUtils>;
 TYPED_TEST_SUITE(ImplementationShapeTest, Implementations, ClassNames);
 
 TYPED_TEST(ImplementationShapeTest, CannotBeCopied)
@@ -92,6 +109,7 @@ TEST(ClassShapeTest, ServicesWithoutLoggerAreDefaultConstructed)
     EXPECT_TRUE(std::is_default_constructible_v<MagicUtils>);
     EXPECT_TRUE(std::is_default_constructible_v<QelSSLUtils>);
     EXPECT_TRUE(std::is_default_constructible_v<CurlAPIUtility>);
+    EXPECT_TRUE(std::is_default_constructible_v<KrbAPIWrapper>);
     EXPECT_TRUE(std::is_default_constructible_v<TAVSystemUtils>);
 }
 
@@ -116,6 +134,7 @@ TEST(ClassShapeTest, ServicesWithoutStateHaveNoData)
 {
     EXPECT_EQ(sizeof(QelSSLUtils), sizeof(void*));
     EXPECT_EQ(sizeof(CurlAPIUtility), sizeof(void*));
+    EXPECT_EQ(sizeof(KrbAPIWrapper), sizeof(void*));
     EXPECT_EQ(sizeof(TAVSystemUtils), sizeof(void*));
 }
 

@@ -17,6 +17,8 @@
 #include "tav/CurlAPIUtility.h"
 #include "tav/CurlWrapper.h"
 #include "tav/ILogger.h"
+#include "tav/KrbAPIWrapper.h"
+#include "tav/KrbHandler.h"
 #include "tav/MagicUtils.h"
 #include "tav/QelArchiveUtils.h"
 #include "tav/QelSSLUtils.h"
@@ -187,6 +189,48 @@ Service curlApi()
              OPERATION(ICurlAPIUtility, CurlAPIUtility, curlEasyStrerror)}};
 }
 
+Service krbApi()
+{
+    return {"IkrbAPIWrapper",
+            &typeid(IkrbAPIWrapper),
+            "KrbAPIWrapper",
+            &typeid(KrbAPIWrapper),
+            {OPERATION(IkrbAPIWrapper, KrbAPIWrapper, krb5InitContext),
+             OPERATION(IkrbAPIWrapper, KrbAPIWrapper, krb5ParseName),
+             OPERATION(IkrbAPIWrapper, KrbAPIWrapper, krb5UnparseName),
+             OPERATION(IkrbAPIWrapper, KrbAPIWrapper, krb5StringToEnctype),
+             OPERATION(IkrbAPIWrapper, KrbAPIWrapper, krb5Timeofday),
+             OPERATION(IkrbAPIWrapper, KrbAPIWrapper, krb5Principal2salt),
+             OPERATION(IkrbAPIWrapper, KrbAPIWrapper, krb5cStringToKey),
+             OPERATION(IkrbAPIWrapper, KrbAPIWrapper, krb5KtResolve),
+             OPERATION(IkrbAPIWrapper, KrbAPIWrapper, krb5KtAddEntry),
+             OPERATION(IkrbAPIWrapper, KrbAPIWrapper, krb5CcResolve),
+             OPERATION(IkrbAPIWrapper, KrbAPIWrapper, krb5GetInitCredsKeytab),
+             OPERATION(IkrbAPIWrapper, KrbAPIWrapper, krb5KtStartSeqGet),
+             OPERATION(IkrbAPIWrapper, KrbAPIWrapper, krb5KtNextEntry),
+             OPERATION(IkrbAPIWrapper, KrbAPIWrapper, krb5KtEndSeqGet),
+             OPERATION(IkrbAPIWrapper, KrbAPIWrapper, krb5CopyPrincipal),
+             OPERATION(IkrbAPIWrapper, KrbAPIWrapper, krb5CcClose),
+             OPERATION(IkrbAPIWrapper, KrbAPIWrapper, krb5KtClose),
+             OPERATION(IkrbAPIWrapper, KrbAPIWrapper, krb5FreeContext),
+             OPERATION(IkrbAPIWrapper, KrbAPIWrapper, krb5FreePrincipal),
+             OPERATION(IkrbAPIWrapper, KrbAPIWrapper, krb5FreeCredContents),
+             OPERATION(IkrbAPIWrapper, KrbAPIWrapper, krb5FreeCreds),
+             OPERATION(IkrbAPIWrapper, KrbAPIWrapper, krb5FreeDataContents),
+             OPERATION(IkrbAPIWrapper, KrbAPIWrapper, krb5FreeData),
+             OPERATION(IkrbAPIWrapper, KrbAPIWrapper, krb5FreeKeyblockContents),
+             OPERATION(IkrbAPIWrapper, KrbAPIWrapper, krb5FreeKeyblock)}};
+}
+
+Service krbHandler()
+{
+    return {"IkrbHandler",
+            &typeid(IkrbHandler),
+            "KrbHandler",
+            &typeid(KrbHandler),
+            {OPERATION(IkrbHandler, KrbHandler, configKrbSession), OPERATION(IkrbHandler, KrbHandler, renewTicket)}};
+}
+
 #undef OPERATION
 
 /// One class's virtual table as the library exports it.
@@ -269,10 +313,12 @@ TEST_P(VirtualTableTest, ImplementationDerivesFromTheInterfaceAlone)
     EXPECT_EQ(*type->__base_type, *GetParam().interfaceType);
 }
 
-INSTANTIATE_TEST_SUITE_P(Services,
-                         VirtualTableTest,
-                         testing::Values(magic(), utils(), ssl(), curlWrapper(), curlApi(), archive(), systemUtils()),
-                         [](const auto& service) { return std::string(service.param.interface); });
+INSTANTIATE_TEST_SUITE_P(
+    Services,
+    VirtualTableTest,
+    testing::Values(
+        magic(), utils(), ssl(), curlWrapper(), curlApi(), krbApi(), krbHandler(), archive(), systemUtils()),
+    [](const auto& service) { return std::string(service.param.interface); });
 
 // Tests of the logger's own: the library only uses that interface.
 using LogText = void (ILogger::*)(int, std::string);
@@ -299,6 +345,10 @@ TEST(NonVirtualOperationsTest, TakeNoSlot)
                                             slotOf(&CurlWrapper::setSSLConfigParameters),
                                             slotOf(&CurlWrapper::setProxyConfigParameters),
                                             slotOf(&CurlWrapper::getCURLErrMsg),
+                                            slotOf(&KrbHandler::freeKrbMemory),
+                                            slotOf(&KrbHandler::addKeyAndPricipal),
+                                            slotOf(&KrbHandler::generateKrbKeyTabAndCache),
+                                            slotOf(&KrbHandler::initKrb),
                                             slotOf(&QelSSLUtils::hexDigitToChar),
                                             slotOf(&QelSSLUtils::hexEncodeBytesIntoString)};
     EXPECT_THAT(slots, testing::Each(kNotVirtual));
