@@ -10,5 +10,6 @@ void addEncodingCases();
 void addFileTypeCases();
 void addCpuLimitCases();
 void addQueryCases();
+void addRenewalCases();
 
 } // namespace TAV::bench

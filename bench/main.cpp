@@ -18,6 +18,9 @@ int main(int argc, char** argv)
 #ifdef TAV_BENCH_HAS_QUERIES
     TAV::bench::addQueryCases();
 #endif
+#ifdef TAV_BENCH_HAS_RENEWALS
+    TAV::bench::addRenewalCases();
+#endif
     TAV::bench::RowReporter rows;
     benchmark::RunSpecifiedBenchmarks(&rows);
     return 0;
