@@ -163,9 +163,10 @@ std::string FakeKrbApi::use(const char* kind, const void* address)
     return token->name();
 }
 
-void FakeKrbApi::release(const void* address)
+void FakeKrbApi::release(const char* kind, const void* address)
 {
-    if (Token* token = find(address))
+    Token* token = find(address);
+    if (token != nullptr && token->kind == kind)
         token->isReleased = true;
 }
 
@@ -176,21 +177,21 @@ void FakeKrbApi::releaseContents(krb5_data& data)
         std::free(data.data);
     else
         use("salt", data.data);
-    release(data.data);
+    release("salt", data.data);
     data.data = nullptr;
 }
 
 void FakeKrbApi::releaseContents(krb5_keyblock& key)
 {
     use("key", key.contents);
-    release(key.contents);
+    release("key", key.contents);
     key.contents = nullptr;
 }
 
 void FakeKrbApi::releaseContents(krb5_creds& creds)
 {
     use("credentials", creds.ticket.data);
-    release(creds.ticket.data);
+    release("credentials", creds.ticket.data);
     creds = {};
 }
 
@@ -319,7 +320,7 @@ krb5_error_code FakeKrbApi::krb5KtNextEntry(krb5_context context,
 krb5_error_code FakeKrbApi::krb5KtEndSeqGet(krb5_context context, krb5_keytab keytab, krb5_kt_cursor* cursor)
 {
     const std::string arguments = joined({use("context", context), use("keytab", keytab), use("cursor", *cursor)});
-    release(*cursor);
+    release("cursor", *cursor);
     return call("krb5KtEndSeqGet", arguments, [] {});
 }
 
@@ -336,27 +337,27 @@ FakeKrbApi::krb5CopyPrincipal(krb5_context context, krb5_const_principal princip
 krb5_error_code FakeKrbApi::krb5CcClose(krb5_context context, krb5_ccache cache)
 {
     const std::string arguments = joined({use("context", context), use("cache", cache)});
-    release(cache);
+    release("cache", cache);
     return call("krb5CcClose", arguments, [] {});
 }
 
 krb5_error_code FakeKrbApi::krb5KtClose(krb5_context context, krb5_keytab keytab)
 {
     const std::string arguments = joined({use("context", context), use("keytab", keytab)});
-    release(keytab);
+    release("keytab", keytab);
     return call("krb5KtClose", arguments, [] {});
 }
 
 void FakeKrbApi::krb5FreeContext(krb5_context context)
 {
     enter("krb5FreeContext", use("context", context), false);
-    release(context);
+    release("context", context);
 }
 
 void FakeKrbApi::krb5FreePrincipal(krb5_context context, krb5_principal principal)
 {
     enter("krb5FreePrincipal", joined({use("context", context), use("principal", principal)}), false);
-    release(principal);
+    release("principal", principal);
 }
 
 void FakeKrbApi::krb5FreeCredContents(krb5_context context, krb5_creds* creds)

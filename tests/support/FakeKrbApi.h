@@ -147,7 +147,7 @@ private:
     Token* find(const void* address);
     /// The name of what a call uses. One that was not handed out, or is released already, is a problem.
     std::string use(const char* kind, const void* address);
-    void release(const void* address);
+    void release(const char* kind, const void* address);
     void releaseContents(krb5_data& data);
     void releaseContents(krb5_keyblock& key);
     void releaseContents(krb5_creds& creds);
