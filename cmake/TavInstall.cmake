@@ -4,9 +4,16 @@ include(CMakePackageConfigHelpers)
 
 set(TAV_CMAKE_DIR "${CMAKE_INSTALL_LIBDIR}/cmake/tavutils")
 
-install(DIRECTORY "${PROJECT_SOURCE_DIR}/include/tav" DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}")
+set(TAV_WITHOUT)
+set(TAV_LOGGING)
+if(TAVUTILS_BUILD_LOGGING)
+  set(TAV_LOGGING tavlogging)
+else()
+  list(APPEND TAV_WITHOUT PATTERN logging EXCLUDE)
+endif()
+install(DIRECTORY "${PROJECT_SOURCE_DIR}/include/tav" DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}" ${TAV_WITHOUT})
 install(
-  TARGETS tavutils tavsystemutils
+  TARGETS tavutils tavsystemutils ${TAV_LOGGING}
   EXPORT tavutilsTargets
   LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}")
 install(
@@ -33,7 +40,7 @@ else()
   string(REGEX REPLACE "/$" "" up "${up}")
   cmake_path(APPEND TAV_PC_PREFIX "\${pcfiledir}" "${up}")
 endif()
-foreach(name tavutils tavsystemutils)
+foreach(name tavutils tavsystemutils ${TAV_LOGGING})
   configure_file("${CMAKE_CURRENT_LIST_DIR}/${name}.pc.in" "${PROJECT_BINARY_DIR}/${name}.pc" @ONLY)
   install(FILES "${PROJECT_BINARY_DIR}/${name}.pc" DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
 endforeach()
