@@ -2,8 +2,9 @@
 # Shows the sample daemon at work: sh examples/demo.sh BUILD_DIR
 #
 # Collects files of many kinds from this machine, puts a few of them on a deny list, lets endpoint_scan move those into
-# its quarantine, and restores them. Every claim that it prints has been checked; if one does not hold, it says so and
-# fails. It works in a temporary directory, which it removes, and changes nothing else.
+# its quarantine, and restores them; then the same with a reputation server in place of the list, which it starts and
+# stops. Every claim that it prints has been checked; if one does not hold, it says so and fails. It works in a temporary
+# directory, which it removes, talks to nobody but this machine, and changes nothing else.
 set -eu
 
 fail() {
@@ -12,15 +13,25 @@ fail() {
 }
 
 [ $# -eq 1 ] || { printf 'usage: %s BUILD_DIR\n' "$0" >&2; exit 2; }
-scanner=$1/examples/endpoint_scan/endpoint_scan
-[ -x "$scanner" ] || fail "there is no program $scanner: build the target endpoint_scan first"
-scanner=$(cd "$(dirname "$scanner")" && pwd)/endpoint_scan
+build=$(cd "$1" && pwd)
+scanner=$build/examples/endpoint_scan/endpoint_scan
+reputation=$build/examples/reputation_server/reputation_server
+tavctl=$build/tools/tavctl/tavctl
+for program in "$scanner" "$reputation" "$tavctl"; do
+  [ -x "$program" ] || fail "there is no program $program: build the target ${program##*/} first"
+done
 tool=/opt/Brenlow/zel/tav/bin/7za
 [ -x "$tool" ] || fail "there is no archive tool $tool: './dev setup' puts it there"
 
 umask 022
 work=$(mktemp -d "${TMPDIR:-/tmp}/endpoint_scan-demo.XXXXXX")
-trap 'rm -rf "$work"' EXIT
+server=
+stop_server() {
+  [ -z "$server" ] || kill "$server" 2>/dev/null || :
+  [ -z "$server" ] || wait "$server" || :
+  server=
+}
+trap 'stop_server; rm -rf "$work"' EXIT
 trap 'exit 130' INT
 trap 'exit 143' TERM
 cd "$work"
@@ -190,6 +201,24 @@ check_restored() {
   [ "$(find back -type f | wc -l)" -eq "$(wc -l <denied)" ] || fail "more came back than was denied"
 }
 
+# start_server: leaves its process in $server, its port in $port, and its authority in ca.pem.
+start_server() {
+  TMPDIR=$work "$reputation" --list deny.txt --ready-file ready 2>server.log &
+  server=$!
+  tries=0
+  until [ -s ready ]; do
+    kill -0 "$server" 2>/dev/null || fail "the reputation server does not start: $(cat server.log)"
+    tries=$((tries + 1))
+    [ "$tries" -lt 600 ] || fail "the reputation server does not listen"
+    sleep 0.05
+  done
+  read -r port ca <ready
+  cp "$ca" ca.pem # the server takes its own away with it
+}
+
+# count PATTERN: the lines of the table whose first columns fit.
+count() { grep -c -E "^$1" table || :; }
+
 step "1. Files of many kinds, collected from this machine"
 mkdir -p files/programs files/libraries files/scripts files/pictures files/texts files/archives files/odd
 collect_programs
@@ -259,5 +288,51 @@ check_restored
 step "7. Once more over the same files: nothing is left to find"
 expect 0 "$scanner" scan files --deny-list deny.txt --quarantine quarantine --password-file password >table
 tail -n 1 table | sed 's/^/  /'
+
+step "8. Instead of a list, a server: whoever runs it knows more than fits on one machine"
+say "  \$ reputation_server --list deny.txt --ready-file ready"
+say
+start_server
+say "It answers by HTTPS on port $port, to this machine only. It has made a certificate authority of its own; who has"
+say "that file can be sure to talk to this very server. One question, by hand:"
+say
+digest=$(sha256sum <truth/programs/ls | cut -c 1-64)
+say "  \$ tavctl query --server localhost:$port --ca ca.pem --data '{\"sha256\": \"$(echo "$digest" | cut -c 1-12)...\"}'"
+say
+expect 0 "$tavctl" query --server "localhost:$port" --ca ca.pem --data "{\"sha256\": \"$digest\"}" >answer
+sed 's/^/  /' answer
+grep -q '"verdict":"malicious"' answer || fail "the server does not know a digest of its list"
+say
+say "It says nothing but \"malicious\" or \"clean\". The time in \"tls\" went into finding out that it is the right server."
+
+step "9. endpoint_scan asks the server about the same files, as they were at the beginning"
+say "  \$ endpoint_scan scan again --server localhost:$port --ca ca.pem --threads 2 --quarantine quarantine2 ..."
+say
+mkdir again
+cp -a truth/. again/
+expect 1 "$scanner" scan again --server "localhost:$port" --ca ca.pem --threads 2 --quarantine quarantine2 \
+  --password-file password >table
+cat table
+[ "$(count 'QUARANTINED +server ')" -eq "$(wc -l <denied)" ] || fail "the server's verdicts differ from the list's"
+while IFS= read -r name; do
+  [ ! -e "again/$name" ] || fail "$name is malicious and still there"
+done <denied
+say
+say "MS is how long each question took, in thousandths of a second; TLS MS is the part until the server had proved who it"
+say "is. Of $(count '[A-Za-z]+ +server ') questions $(count '[A-Za-z]+ +server +[0-9]+ +[1-9]') needed that: each of the two threads kept its connection for the next one."
+
+step "10. The server goes away"
+stop_server
+say "It says good-bye: $(cat server.log)"
+say
+expect 6 "$scanner" scan again --server "localhost:$port" --ca ca.pem --quarantine quarantine2 \
+  --password-file password >table
+grep '^UNKNOWN ' table | head -n 3 | sed 's/^/  /'
+say "  ..."
+tail -n 1 table | sed 's/^/  /'
+[ "$(count 'UNKNOWN ')" -eq $(($(find truth -type f | wc -l) - $(wc -l <denied))) ] || fail "somebody made verdicts up"
+say
+say "Nobody could be asked, so nothing is known, nothing is touched, and no file is left out: each stands there with the"
+say "reason, and the exit code 6 tells a script that there is something to ask again."
 say
 say "Everything happened as announced. The demo's directory is removed now."

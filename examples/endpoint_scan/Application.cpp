@@ -22,6 +22,8 @@
 #include "tav/QelArchiveUtils.h"
 #include "tav/TAVSystemUtils.h"
 #include "tav/TAVUtils.h"
+#include "tav/logging/MaskingLogger.h"
+#include "tav/logging/SpdlogLogger.h"
 
 namespace endpointscan
 {
@@ -38,7 +40,7 @@ class Services
 {
 public:
     explicit Services(const Options& options)
-        : m_logger(makeSink(options.logFile, options.isVerbose)),
+        : m_lines(makeSink(options.logFile, options.isVerbose)), m_logger(m_lines),
           m_utils(std::make_shared<TAV::TAVUtils>(std::make_shared<TAV::TAVSystemUtils>(),
                                                   m_logger,
                                                   std::make_shared<TAV::kernelVersion>(programs::runningKernel()))),
@@ -64,7 +66,8 @@ public:
     }
 
 private:
-    Logger m_logger;
+    TAV::SpdlogLogger m_lines;
+    TAV::MaskingLogger m_logger;
     std::shared_ptr<TAV::ITAVUtils> m_utils;
     TAV::QelArchiveUtils m_archives;
 };

@@ -3,35 +3,8 @@
 #include <spdlog/sinks/basic_file_sink.h>
 #include <spdlog/sinks/stdout_sinks.h>
 
-#include "common/Text.h"
-
 namespace endpointscan
 {
-namespace
-{
-
-// The levels that the services use.
-constexpr int kFailureLevel = 2;
-constexpr int kNotableLevel = 5;
-
-spdlog::level::level_enum spdlogLevel(int level)
-{
-    if (level <= kFailureLevel)
-        return spdlog::level::err;
-    return level <= kNotableLevel ? spdlog::level::warn : spdlog::level::info;
-}
-
-} // namespace
-
-void Logger::log(int level, std::string message)
-{
-    log(level, "library", message);
-}
-
-void Logger::log(int level, std::string component, const std::string& message)
-{
-    m_sink->log(spdlogLevel(level), "{}: {}", component, programs::printable(m_mask.masked(message)));
-}
 
 std::shared_ptr<spdlog::logger> makeSink(const std::string& file, bool isVerbose)
 {

@@ -150,11 +150,13 @@ int serve(const Options& options)
     Server server(
         certificates, [&answers](const std::string& body) { return answers.answer(body); }, options.delayMs);
     const int port = server.bind(options.port);
-    const Serving serving(server);
-    announce(options, port, caFile);
-    signals.wait();
-    if (serving.hasEnded())
-        throw std::runtime_error("the server broke off");
+    {
+        const Serving serving(server);
+        announce(options, port, caFile);
+        signals.wait();
+        if (serving.hasEnded())
+            throw std::runtime_error("the server broke off");
+    }
     complain(answers.summary());
     return kSuccess;
 }

@@ -9,13 +9,14 @@
 #include "common/GuardedUtils.h"
 #include "common/KernelVersion.h"
 #include "common/Password.h"
-#include "common/SecretMask.h"
 #include "common/Text.h"
 #include "endpoint_scan/Logger.h"
 #include "support/RecordingLogger.h"
 #include "support/TemporaryDirectory.h"
 #include "tav/TAVSystemUtils.h"
 #include "tav/TAVUtils.h"
+#include "tav/logging/MaskingLogger.h"
+#include "tav/logging/SpdlogLogger.h"
 
 using namespace programs;
 using TAV::test::readFile;
@@ -29,48 +30,17 @@ namespace
 
 const std::string kStarted = "Child process called to execute the system command : ";
 
-TEST(SecretMaskTest, HidesThePasswordOfACommand)
-{
-    const SecretMask mask;
-    EXPECT_EQ(mask.masked(kStarted + " /bin/7za a -sdel -psecret /a.7z /b"),
-              kStarted + " /bin/7za a -sdel -p**** /a.7z /b");
-    EXPECT_EQ(mask.masked(kStarted + " /bin/7za e -psecret"), kStarted + " /bin/7za e -p****");
-}
-
-TEST(SecretMaskTest, HidesAKnownPasswordWithBlanksWhole)
-{
-    SecretMask mask;
-    mask.add("two words -pand more");
-    EXPECT_EQ(mask.masked(kStarted + " /7za a -ptwo words -pand more /a"), kStarted + " /7za a -p**** /a");
-}
-
-TEST(SecretMaskTest, PrefersTheLongerOfTwoPasswords)
-{
-    SecretMask mask;
-    mask.add("a");
-    mask.add("a b");
-    EXPECT_EQ(mask.masked(kStarted + " /7za a -pa b /x"), kStarted + " /7za a -p**** /x");
-}
-
-TEST(SecretMaskTest, LeavesOtherTextsAlone)
-{
-    SecretMask mask;
-    mask.add("x");
-    for (const std::string& text :
-         {std::string("a message with -psecret"), kStarted + " /bin/mkdir -p /a", kStarted + " /a-pb"})
-        EXPECT_EQ(mask.masked(text), text);
-}
-
 TEST(EndpointScanLoggerTest, WritesMaskedLinesAtOnce)
 {
     const TemporaryDirectory place;
-    endpointscan::Logger logger(endpointscan::makeSink(place.file("log"), false));
+    TAV::SpdlogLogger lines(endpointscan::makeSink(place.file("log"), false));
+    TAV::MaskingLogger logger(lines);
     logger.hide("pass word");
     logger.log(6, "TAVUtils", kStarted + " /7za a -ppass word /a.7z\x1b[31m");
     logger.log(2, "plain {} braces");
     const std::string text = readFile(place.file("log"));
-    EXPECT_THAT(text, HasSubstr("[info] TAVUtils: " + kStarted + " /7za a -p**** /a.7z\\x1b[31m\n"));
-    EXPECT_THAT(text, HasSubstr("[error] library: plain {} braces\n"));
+    EXPECT_THAT(text, HasSubstr("[info] [TAVUtils] " + kStarted + " /7za a -p**** /a.7z\\x1b[31m\n"));
+    EXPECT_THAT(text, HasSubstr("[error] plain {} braces\n"));
     EXPECT_THAT(text, Not(HasSubstr("word /")));
 }
 

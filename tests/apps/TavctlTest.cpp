@@ -49,6 +49,7 @@ TEST_F(TavctlTest, HelpsWithExamplesForEachSubcommand)
                                                                                            {"base64"},
                                                                                            {"run"},
                                                                                            {"capture"},
+                                                                                           {"query"},
                                                                                            {"archive"},
                                                                                            {"archive", "create"}})
     {

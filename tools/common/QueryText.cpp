@@ -82,7 +82,7 @@ std::string obstacleToServer(const std::string& server)
     const std::size_t end = server.empty() ? 0 : endOfHost(server);
     if (end == 0)
         return "the host is missing";
-    if (!isHost(server.substr(0, end)))
+    if (!isHost(server.substr(0, end)) || server.find('/') != std::string::npos)
         return "not HOST or HOST:PORT, without https:// and path";
     if (end < server.size() && (server[end] != ':' || !isPort(server.substr(end + 1))))
         return "the port is not a number from 1 to 65535";

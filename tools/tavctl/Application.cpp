@@ -7,6 +7,7 @@
 #include "common/Text.h"
 #include "tav/FMXException.h"
 #include "tavctl/Commands.h"
+#include "tavctl/StderrLogger.h"
 
 namespace tavctl
 {
@@ -107,8 +108,9 @@ int run(int argc, const char* const* argv)
         return refuse(app, error);
     }
     Console console(globals.json);
-    StderrLogger logger(globals.verbose);
-    Context context{console, logger};
+    StderrLogger lines(globals.verbose);
+    TAV::MaskingLogger logger(lines);
+    Context context{console, logger, globals.verbose};
     return perform(chosen, context);
 }
 

@@ -80,7 +80,7 @@ std::string passwordOf(const Options& options, Context& context)
     if (!options.password.isGiven())
         return {};
     std::string password = programs::readPassword(options.password);
-    context.logger.mask().add(password);
+    context.logger.hide(password);
     return password;
 }
 

@@ -5,8 +5,8 @@
 #include <functional>
 #include <stdexcept>
 
+#include "tav/logging/MaskingLogger.h"
 #include "tavctl/Console.h"
-#include "tavctl/StderrLogger.h"
 
 namespace tavctl
 {
@@ -34,7 +34,8 @@ public:
 struct Context
 {
     Console& console;
-    StderrLogger& logger;
+    TAV::MaskingLogger& logger;
+    bool isVerbose; ///< whether the logger shows anything
 };
 
 /// The work of a subcommand; its result is the exit code.

@@ -158,7 +158,7 @@ int queryAndTell(const Options& options, Context& context)
     // The lines stand there already if all lines are asked for.
     for (const programs::QueryLine& line : report.lines)
     {
-        if (!context.logger.isEnabled())
+        if (!context.isVerbose)
             context.console.error("query: " + line.message);
     }
     return kNotAnswered;

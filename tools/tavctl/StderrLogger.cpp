@@ -17,7 +17,7 @@ void StderrLogger::log(int level, std::string component, const std::string& mess
     if (!m_enabled)
         return;
     const std::string line =
-        "[" + std::to_string(level) + "] " + component + ": " + programs::printable(m_mask.masked(message)) + "\n";
+        "[" + std::to_string(level) + "] " + component + ": " + programs::printable(message) + "\n";
     static_cast<void>(std::fputs(line.c_str(), stderr));
 }
 

@@ -2,13 +2,12 @@
 
 #include <string>
 
-#include "common/SecretMask.h"
 #include "tav/ILogger.h"
 
 namespace tavctl
 {
 
-/// Prints the library's lines on standard error when asked to, with passwords masked.
+/// Prints the library's lines on standard error when asked to.
 class StderrLogger : public TAV::ILogger
 {
 public:
@@ -17,12 +16,8 @@ public:
     void log(int level, std::string message) override;
     void log(int level, std::string component, const std::string& message) override;
 
-    bool isEnabled() const { return m_enabled; }
-    programs::SecretMask& mask() { return m_mask; }
-
 private:
     bool m_enabled;
-    programs::SecretMask m_mask;
 };
 
 } // namespace tavctl

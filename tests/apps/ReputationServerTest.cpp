@@ -1,0 +1,166 @@
+#include <gmock/gmock.h>
+#include <sys/stat.h>
+
+#include <csignal>
+#include <filesystem>
+
+#include "apps/ProgramRun.h"
+#include "apps/ReputationProcess.h"
+#include "support/TemporaryDirectory.h"
+
+using namespace TAV::test;
+using ::testing::AllOf;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::MatchesRegex;
+
+namespace fs = std::filesystem;
+
+namespace
+{
+
+const std::string kBad(64, 'b');
+
+/// One request with the library's client.
+ProgramResult asked(const std::string& address, const std::string& caFile, std::vector<std::string> arguments)
+{
+    arguments.insert(arguments.begin(), {TAVCTL, "query", "--server", address, "--ca", caFile});
+    return runProgram(std::move(arguments));
+}
+
+TEST(ReputationServerTest, TellsVerdictsByHttps)
+{
+    const ReputationProcess server({kBad});
+    EXPECT_THAT(asked(server.address(), server.caFile(), {"--data", kBad, "--output", "-"}).out,
+                R"({"sha256":")" + kBad + R"(","verdict":"malicious"})" + "\n");
+    EXPECT_THAT(asked(server.address("127.0.0.1"), server.caFile(), {"--data", std::string(64, 'a')}).out,
+                AllOf(HasSubstr("outcome  success"), HasSubstr(R"("verdict":"clean")")));
+}
+
+TEST(ReputationServerTest, TellsWhatIsWrongWithARequest)
+{
+    const ReputationProcess server;
+    struct Case
+    {
+        std::vector<std::string> arguments;
+        const char* cause;
+    };
+    for (const Case& c : {Case{{"--data", "hello"}, "HTTP 400 Bad Request"},
+                          Case{{"--method", "GET"}, "HTTP 405 Method Not Allowed"},
+                          Case{{"--method", "PUT", "--data", kBad}, "HTTP 405 Method Not Allowed"},
+                          Case{{"--data", std::string(5000, 'a')}, "HTTP 413 Payload Too Large"}})
+    {
+        const ProgramResult result = asked(server.address(), server.caFile(), c.arguments);
+        EXPECT_EQ(result.exitCode, 3) << c.cause;
+        EXPECT_THAT(result.out, AllOf(HasSubstr(c.cause), HasSubstr("{\"error\":"))) << c.cause;
+    }
+}
+
+TEST(ReputationServerTest, CarriesOnAfterABadRequestOnAKeptConnection)
+{
+    const ReputationProcess server;
+    const ProgramResult result =
+        asked(server.address(), server.caFile(), {"--method", "GET", "--data", "not read", "--repeat", "5"});
+    EXPECT_THAT(result.out, HasSubstr("failure: HTTP 405 Method Not Allowed (0 of 5 requests successful)"));
+}
+
+TEST(ReputationServerTest, IsTrustedOnlyThroughItsOwnAuthority)
+{
+    const ReputationProcess server;
+    const ReputationProcess other;
+    const ProgramResult result = asked(server.address(), other.caFile(), {"--data", kBad});
+    EXPECT_EQ(result.exitCode, 3);
+    EXPECT_THAT(result.out, HasSubstr("SSL peer certificate"));
+}
+
+TEST(ReputationServerTest, ListensOnOneLoopbackAddressOnly)
+{
+    const ReputationProcess server;
+    const ProgramResult result =
+        asked(server.address("127.0.0.2"), server.caFile(), {"--data", kBad, "--no-verify-host"});
+    EXPECT_THAT(result.out, HasSubstr("Couldn't connect to server"));
+}
+
+TEST(ReputationServerTest, FailsAndWaitsWhenToldTo)
+{
+    const ReputationProcess server({}, {"--fail-every", "2", "--delay", "20"});
+    const ProgramResult result = asked(server.address(), server.caFile(), {"--data", kBad, "--repeat", "5", "--json"});
+    EXPECT_THAT(result.out,
+                AllOf(HasSubstr("\"answered\": 3"), HasSubstr("\"cause\": \"HTTP 503 Service Unavailable\"")));
+    const std::string least = result.out.substr(result.out.find("\"min\": ") + 7);
+    EXPECT_GE(std::stoi(least), 20);
+}
+
+TEST(ReputationServerTest, PrintsWhereItListensAndClearsUpAtSigterm)
+{
+    const TemporaryDirectory place;
+    ProgramRun run;
+    run.directory = place.path();
+    run.environment["TMPDIR"] = place.path();
+    const std::string script = "\"$0\" >out & pid=$!;"
+                               "until [ -s out ] || ! kill -0 $pid; do sleep 0.01; done; read -r port ca <out;"
+                               "cat out; stat -c %a \"${ca%/*}\"; kill $pid; wait $pid; echo code $?; echo left *";
+    run.argv = {"/bin/sh", "-c", script, REPUTATION_SERVER};
+    const ProgramResult result = run.run();
+    EXPECT_THAT(
+        result.out,
+        MatchesRegex("[0-9]+ " + place.path() + "/reputation_server\\.[A-Za-z0-9]+/ca\\.pem\n700\ncode 0\nleft out\n"));
+    EXPECT_EQ(result.err, "reputation_server: 0 requests: 0 malicious, 0 clean, 0 without a verdict\n");
+}
+
+TEST(ReputationServerTest, EndsAtSigintToo)
+{
+    ReputationProcess server;
+    server.stop(SIGINT);
+    EXPECT_THAT(server.output(), HasSubstr("0 requests:"));
+    EXPECT_FALSE(fs::exists(server.caFile()));
+}
+
+TEST(ReputationServerTest, EndsWithoutWaitingForADelay)
+{
+    ReputationProcess server({}, {"--delay", "3600000"});
+    // The request has arrived when the client has given it up.
+    EXPECT_EQ(asked(server.address(), server.caFile(), {"--data", kBad, "--timeout", "1"}).exitCode, 3);
+    server.stop(SIGTERM);
+    EXPECT_THAT(server.output(), HasSubstr("1 requests: 0 malicious, 1 clean"));
+}
+
+TEST(ReputationServerTest, DoesNotShareAPort)
+{
+    const ReputationProcess server;
+    const std::string address = server.address();
+    const ProgramResult result = runProgram({REPUTATION_SERVER, "--port", address.substr(address.find(':') + 1)});
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_THAT(result.err, HasSubstr("Address already in use"));
+    EXPECT_THAT(result.out, IsEmpty());
+}
+
+TEST(ReputationServerTest, RefusesBadArguments)
+{
+    const TemporaryDirectory place;
+    const std::string bad = place.write("bad", "hello\n");
+    struct Case
+    {
+        std::vector<std::string> arguments;
+        const char* reason;
+    };
+    for (const Case& c : {Case{{"--port", "65536"}, "--port"},
+                          Case{{"--port", "x"}, "--port"},
+                          Case{{"--fail-every", "0"}, "--fail-every"},
+                          Case{{"--delay", "-1"}, "--delay"},
+                          Case{{"--nonsense"}, "--nonsense"},
+                          Case{{"--list", bad}, "bad:1: not a SHA-256 digest"},
+                          Case{{"--list", place.file("missing")}, "No such file"}})
+    {
+        std::vector<std::string> argv = c.arguments;
+        argv.insert(argv.begin(), REPUTATION_SERVER);
+        const ProgramResult result = runProgram(argv);
+        EXPECT_EQ(result.exitCode, 2) << c.reason;
+        EXPECT_THAT(result.err, HasSubstr(c.reason));
+    }
+    EXPECT_EQ(runProgram({REPUTATION_SERVER, "--ready-file", place.file("no/where")}).exitCode, 1);
+    EXPECT_THAT(runProgram({REPUTATION_SERVER, "--help"}).out, HasSubstr("Examples:\n  "));
+    EXPECT_EQ(runProgram({REPUTATION_SERVER, "--version"}).out, "reputation_server " TAV_VERSION "\n");
+}
+
+} // namespace
