@@ -66,7 +66,8 @@ std::unique_ptr<SSL_CTX, void (*)(SSL_CTX*)> makeContext(const TlsOptions& optio
     return context;
 }
 
-/// The thread's system calls must not be disturbed by signals of the process, nor write() end it.
+/// The server's system calls must not be disturbed by signals of the process, nor write() end it. Its threads inherit
+/// it.
 void blockAllSignals()
 {
     sigset_t all;
@@ -182,7 +183,7 @@ RawTlsServer::RawTlsServer(std::vector<Script> scripts, const TlsOptions& option
     : m_scripts(std::move(scripts)), m_context(makeContext(options)), m_listenFd(boundSocket(m_port.number()))
 {
     require(::listen(m_listenFd, SOMAXCONN) == 0, "listen");
-    m_thread = std::thread([this] { serve(); });
+    m_acceptor = std::thread([this] { serve(); });
 }
 
 RawTlsServer::~RawTlsServer()
@@ -192,10 +193,12 @@ RawTlsServer::~RawTlsServer()
 
 void RawTlsServer::stop()
 {
-    if (!m_thread.joinable())
+    if (!m_acceptor.joinable())
         return;
     m_bells.stop.ring();
-    m_thread.join();
+    m_acceptor.join();
+    for (std::thread& player : m_players)
+        player.join();
     ::close(m_listenFd);
 }
 
@@ -210,22 +213,18 @@ void RawTlsServer::serve()
             break;
         const int fd = ::accept4(m_listenFd, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
         if (fd >= 0)
-            play(fd);
+            m_players.emplace_back([this, fd, number = m_journal.begin()] { play(fd, number); });
     }
-    // What OpenSSL keeps for this thread.
-    OPENSSL_thread_stop();
 }
 
-void RawTlsServer::play(int socket)
+void RawTlsServer::play(int socket, std::size_t number)
 {
-    m_journal.begin();
-    ServedConnection connection(socket, m_context.get(), m_bells, m_journal);
-    const std::size_t number = m_journal.records().size();
-    if (number > m_scripts.size())
+    ServedConnection connection(socket, m_context.get(), m_bells, m_journal, number);
+    if (number >= m_scripts.size())
         return connection.reset();
     try
     {
-        for (const Step& step : m_scripts[number - 1])
+        for (const Step& step : m_scripts[number])
             step(connection);
         connection.waitForClient();
     }

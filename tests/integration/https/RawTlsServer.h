@@ -69,8 +69,8 @@ struct TlsOptions
     int verifyMode = SSL_VERIFY_NONE; ///< SSL_VERIFY_PEER asks for a client certificate
 };
 
-/// A server that does on each connection exactly what a test tells it, right or wrong. It has one thread, which serves
-/// one connection after the other: the n-th script is for the n-th connection, and one too many is reset.
+/// A server that does on each connection exactly what a test tells it, right or wrong. Each
+/// connection has a thread. The n-th script is for the n-th connection, and one too many is reset.
 ///
 ///     RawTlsServer server({afterRequest({send("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\nfour"), reset()})});
 ///     QueryScene scene(configTowards(server.port(), TestAuthority::shared().caFile()));
@@ -95,7 +95,7 @@ public:
 
 private:
     void serve();
-    void play(int socket);
+    void play(int socket, std::size_t number);
 
     std::vector<Script> m_scripts;
     std::unique_ptr<SSL_CTX, void (*)(SSL_CTX*)> m_context;
@@ -103,7 +103,8 @@ private:
     ServerBells m_bells;
     ConnectionJournal m_journal;
     int m_listenFd = -1;
-    std::thread m_thread;
+    std::thread m_acceptor;
+    std::vector<std::thread> m_players; ///< the acceptor's, until it has ended
 };
 
 } // namespace TAV::test

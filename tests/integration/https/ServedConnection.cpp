@@ -37,16 +37,17 @@ std::vector<ConnectionRecord> ConnectionJournal::records() const
     return m_records;
 }
 
-void ConnectionJournal::begin()
+std::size_t ConnectionJournal::begin()
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
     m_records.emplace_back();
+    return m_records.size() - 1;
 }
 
-void ConnectionJournal::update(const std::function<void(ConnectionRecord&)>& change)
+void ConnectionJournal::update(std::size_t number, const std::function<void(ConnectionRecord&)>& change)
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
-    change(m_records.back());
+    change(m_records[number]);
 }
 
 Bell::Bell() : m_fd(::eventfd(0, EFD_SEMAPHORE | EFD_CLOEXEC))
@@ -73,8 +74,9 @@ void Bell::answer()
         throw std::system_error(errno, std::generic_category(), "answering a bell");
 }
 
-ServedConnection::ServedConnection(int socket, SSL_CTX* context, ServerBells& bells, ConnectionJournal& journal)
-    : m_fd(socket), m_context(context), m_bells(bells), m_journal(journal), m_buffer(kBufferSize)
+ServedConnection::ServedConnection(
+    int socket, SSL_CTX* context, ServerBells& bells, ConnectionJournal& journal, std::size_t number)
+    : m_fd(socket), m_context(context), m_bells(bells), m_journal(journal), m_number(number), m_buffer(kBufferSize)
 {
     // What is sent in one piece leaves at once, alone.
     const int on = 1;
@@ -91,7 +93,7 @@ void ServedConnection::handshake()
     if (m_tls == nullptr)
         beginHandshake();
     inTls([this] { return SSL_accept(m_tls.get()); });
-    m_journal.update(
+    note(
         [this](ConnectionRecord& record)
         {
             record.tlsVersion = SSL_get_version(m_tls.get());
@@ -123,20 +125,20 @@ void ServedConnection::readHead()
     const std::size_t size = received.find(kEnd) + kEnd.size();
     m_unread = received.substr(size);
     received.resize(size);
-    m_journal.update([&](ConnectionRecord& record) { record.requests.push_back({std::move(received), ""}); });
+    note([&](ConnectionRecord& record) { record.requests.push_back({std::move(received), ""}); });
 }
 
 void ServedConnection::readBody()
 {
     std::size_t size = 0;
-    m_journal.update([&](ConnectionRecord& record) { size = announcedLength(record.requests.back().head); });
+    note([&](ConnectionRecord& record) { size = announcedLength(record.requests.back().head); });
     std::string body = std::move(m_unread);
     body.reserve(size);
     while (body.size() < size)
         body += receive();
     m_unread = body.substr(size);
     body.resize(size);
-    m_journal.update([&](ConnectionRecord& record) { record.requests.back().body = std::move(body); });
+    note([&](ConnectionRecord& record) { record.requests.back().body = std::move(body); });
 }
 
 void ServedConnection::send(std::string_view bytes)
@@ -254,7 +256,7 @@ void ServedConnection::closeSocket()
     m_tls.reset();
     ::close(m_fd);
     m_fd = -1;
-    m_journal.update([](ConnectionRecord& record) { record.ended = true; });
+    note([](ConnectionRecord& record) { record.ended = true; });
 }
 
 } // namespace TAV::test

@@ -35,9 +35,10 @@ class ConnectionJournal
 public:
     std::vector<ConnectionRecord> records() const;
 
-    void begin();
-    /// Changes the record of the last connection.
-    void update(const std::function<void(ConnectionRecord&)>& change);
+    /// Begins a record.
+    /// @return its number, from 0
+    std::size_t begin();
+    void update(std::size_t number, const std::function<void(ConnectionRecord&)>& change);
 
 private:
     mutable std::mutex m_mutex;
@@ -81,7 +82,8 @@ struct ConnectionOver
 class ServedConnection
 {
 public:
-    ServedConnection(int socket, SSL_CTX* context, ServerBells& bells, ConnectionJournal& journal);
+    /// @param number  of its record
+    ServedConnection(int socket, SSL_CTX* context, ServerBells& bells, ConnectionJournal& journal, std::size_t number);
     ServedConnection(const ServedConnection&) = delete;
     ServedConnection& operator=(const ServedConnection&) = delete;
     ~ServedConnection();
@@ -114,11 +116,13 @@ private:
     void endAfterAlert();
     std::string_view receive();
     void closeSocket();
+    void note(const std::function<void(ConnectionRecord&)>& change) { m_journal.update(m_number, change); }
 
     int m_fd;
     SSL_CTX* m_context;
     ServerBells& m_bells;
     ConnectionJournal& m_journal;
+    std::size_t m_number;
     std::unique_ptr<SSL, void (*)(SSL*)> m_tls{nullptr, SSL_free};
     std::vector<char> m_buffer;
     std::string m_unread; ///< received behind a head

@@ -1,0 +1,90 @@
+// The two timings of a query, against servers that take a known time. Only lower bounds: a machine may be busy.
+
+#include <gtest/gtest.h>
+
+#include "QueryScene.h"
+#include "RawTlsServer.h"
+
+namespace TAV::test
+{
+namespace
+{
+
+constexpr std::chrono::milliseconds kDelay(200);
+/// What the delay comes to in a figure that is rounded down.
+constexpr int kDelayMs = 199;
+
+QueryScene sceneWith(const RawTlsServer& server)
+{
+    return QueryScene(configTowards(server.port(), TestAuthority::shared().caFile()));
+}
+
+TEST(TimingTest, SlowHandshakeCountsInBoth)
+{
+    RawTlsServer server({{waitForBytes(), pause(kDelay), handshake(), readRequest(), send(answer("text"))}});
+    QueryScene scene = sceneWith(server);
+    const QueryOutcome outcome = scene.ask();
+    ASSERT_TRUE(isSuccess(outcome));
+    EXPECT_GE(outcome.stats.tlsConnectTimeMs, kDelayMs);
+    EXPECT_GE(outcome.stats.totalTimeMs, outcome.stats.tlsConnectTimeMs);
+}
+
+TEST(TimingTest, SlowAnswerCountsInTheTotalOnly)
+{
+    RawTlsServer server({afterRequest({pause(kDelay), send(answer("text"))})});
+    QueryScene scene = sceneWith(server);
+    const QueryOutcome outcome = scene.ask();
+    ASSERT_TRUE(isSuccess(outcome));
+    EXPECT_GE(outcome.stats.totalTimeMs, outcome.stats.tlsConnectTimeMs + kDelayMs);
+}
+
+TEST(TimingTest, SlowBodyCountsInTheTotalOnly)
+{
+    RawTlsServer server(
+        {afterRequest({send("HTTP/1.1 200 OK\r\nContent-Length: 6\r\n\r\nthe"), pause(kDelay), send("end")})});
+    QueryScene scene = sceneWith(server);
+    const QueryOutcome outcome = scene.ask();
+    ASSERT_TRUE(isSuccess(outcome));
+    EXPECT_GE(outcome.stats.totalTimeMs, outcome.stats.tlsConnectTimeMs + kDelayMs);
+}
+
+TEST(TimingTest, KeptConnectionTakesNoTimeForTlsButForTheAnswer)
+{
+    RawTlsServer server({{waitForBytes(),
+                          pause(kDelay),
+                          handshake(),
+                          readRequest(),
+                          send(answer("one")),
+                          readRequest(),
+                          pause(kDelay),
+                          send(answer("two"))}});
+    QueryScene scene = sceneWith(server);
+    EXPECT_GE(scene.ask().stats.tlsConnectTimeMs, kDelayMs);
+    const LumoStats later = scene.ask().stats;
+    EXPECT_EQ(later.tlsConnectTimeMs, 0);
+    EXPECT_GE(later.totalTimeMs, kDelayMs);
+}
+
+TEST(TimingTest, TimeLimitCountsWhenTheStatusHasCome)
+{
+    RawTlsServer server({afterRequest({send("HTTP/1.1 200 OK\r\nContent-Length: 6\r\n\r\nthe"), stayStill()})});
+    TAVQueryConfig config = configTowards(server.port(), TestAuthority::shared().caFile());
+    config.timeout = 1;
+    QueryScene scene(config);
+    const QueryOutcome outcome = scene.ask();
+    ASSERT_TRUE(isSuccess(outcome));
+    EXPECT_GE(outcome.stats.totalTimeMs, 1000);
+    EXPECT_LT(outcome.stats.tlsConnectTimeMs, outcome.stats.totalTimeMs);
+}
+
+TEST(TimingTest, FailureAfterALongTimeLeavesThemAlone)
+{
+    RawTlsServer server({afterRequest({pause(kDelay), send("HTTP/1.1 404 No\r\nContent-Length: 0\r\n\r\n")})});
+    QueryScene scene = sceneWith(server);
+    const QueryOutcome outcome = scene.ask();
+    EXPECT_EQ(outcome.log, failureLog(CURLE_OK, 404, "Not Found"));
+    EXPECT_EQ(outcome.stats, kUntouchedStats);
+}
+
+} // namespace
+} // namespace TAV::test
