@@ -417,6 +417,8 @@ TEST(UnknownSessionTest, ExceptionOfTheLoggerReachesTheCaller)
     EXPECT_THROW(second.send(200), Interruption);
 }
 
+#if !defined(TAV_NO_ALLOCATION_HOOK)
+
 thread_local unsigned int allocationsLeft = 0;
 
 void failTheLastOne(std::size_t /*unused*/)
@@ -461,6 +463,8 @@ TEST(NoMemoryTest, AnyAllocationThatFailsInOpeningKeepsTheSessionFromOpening)
     }
     EXPECT_GT(nth, 14U) << "at least one for each call";
 }
+
+#endif
 
 } // namespace
 } // namespace TAV

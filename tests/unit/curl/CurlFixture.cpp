@@ -212,8 +212,6 @@ HeldLock::~HeldLock()
     remake(m_lock, PTHREAD_MUTEX_NORMAL);
 }
 
-thread_local void (*onAllocation)(std::size_t size) = nullptr;
-
 void CurlFixture::TearDown()
 {
     client.reset();
@@ -235,6 +233,10 @@ bool CurlFixture::send(unsigned long id, long status, const std::string& payload
 }
 
 } // namespace TAV::test
+
+#if !defined(TAV_NO_ALLOCATION_HOOK)
+
+thread_local void (*TAV::test::onAllocation)(std::size_t size) = nullptr;
 
 void* operator new(std::size_t size)
 {
@@ -259,3 +261,5 @@ void operator delete(void* block, std::size_t) noexcept
 {
     std::free(block);
 }
+
+#endif

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <boost/thread/mutex.hpp>
+#include <cstddef>
 #include <map>
 #include <memory>
 #include <string>
@@ -88,8 +89,16 @@ private:
     boost::mutex& m_lock;
 };
 
+#if defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+#define TAV_NO_ALLOCATION_HOOK // clang's ThreadSanitizer does not let a program replace operator new
+#endif
+#endif
+
+#if !defined(TAV_NO_ALLOCATION_HOOK)
 /// When set, runs before each allocation of this thread with its size; may throw.
 extern thread_local void (*onAllocation)(std::size_t size);
+#endif
 
 /// A client over a fake call layer. Behind each test all that was handed out must be released, once.
 class CurlFixture : public testing::Test
