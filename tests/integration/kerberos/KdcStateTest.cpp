@@ -224,7 +224,9 @@ TEST(KdcPageTest, TableHoldsEveryStateAndNothingElse)
         table += pageRow(state, "KdcReturnTest.RenewalFailsWhileTheKdcIsGoneAndSucceedsWhenItIsBack");
 
     const std::string page = readFile(TAV_SOURCE_DIR "/docs/kerberos.md");
-    EXPECT_THAT(page, testing::HasSubstr("<!-- KDC states -->\n" + table + "<!-- KDC states: end -->\n"));
+    const std::string begin = "<!-- KDC states -->\n";
+    const std::size_t at = page.find(begin) + begin.size();
+    EXPECT_EQ(page.substr(at, page.find("<!-- KDC states: end -->") - at), table);
 }
 
 } // namespace
