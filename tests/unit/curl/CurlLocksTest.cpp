@@ -222,15 +222,13 @@ protected:
         return {found, notes.end()};
     }
 
+    std::mutex m_mutex;
+    Texts m_notes;
     Gate inside;
     Gate waiting;
     Gate go;
     std::shared_ptr<FakeCurlApi> secondApi = std::make_shared<FakeCurlApi>();
-    CurlWrapper m_second{logger, secondApi};
-
-private:
-    std::mutex m_mutex;
-    Texts m_notes;
+    CurlWrapper m_second{logger, secondApi}; // last, as its end is noted too
 };
 
 TEST_F(TwoClientsTest, OneWaitsWhileTheOtherSetsItsOptions)

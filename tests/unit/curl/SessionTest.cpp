@@ -98,12 +98,6 @@ TEST_F(ConstructionTest, LogsTheResultOfAFailedInitialisationInDecimal)
     }
 }
 
-#if defined(__has_feature)
-#if __has_feature(undefined_behavior_sanitizer)
-#define TAV_CHECKED_ENUMERATIONS // clang's check stops at the first look at such a CURLcode
-#endif
-#endif
-
 #if !defined(TAV_CHECKED_ENUMERATIONS)
 TEST_F(ConstructionTest, LogsANegativeResultWithItsSign)
 {
