@@ -30,6 +30,12 @@ constexpr const char* kDone = "Kerberos configuration was set successfully.";
 constexpr std::size_t kPasswordSize = 8192;
 constexpr std::size_t kKeytabNameSize = 4105; // the zero byte included
 
+/// A zero-filled entry, deliberately left to nobody: it owns nothing, and the next renewal makes its own.
+krb5_keytab_entry* newEntry()
+{
+    return static_cast<krb5_keytab_entry*>(std::calloc(1, sizeof(krb5_keytab_entry)));
+}
+
 /// A zero-filled copy of the password in memory that `krb5FreeDataContents` frees.
 /// @return false for want of memory
 bool copyPassword(const std::string& password, krb5_data& copy)
@@ -78,8 +84,7 @@ bool KrbHandler::addKeyAndPricipal()
     if (m_krbApi->krb5Timeofday(m_context, &m_timestamp) != 0)
         return failed(kNoTime);
 
-    // The entry of the renewal before is deliberately left: it owns nothing, and nothing owns it.
-    m_keytabEntry = static_cast<krb5_keytab_entry*>(std::calloc(1, sizeof(krb5_keytab_entry)));
+    m_keytabEntry = newEntry();
     if (m_keytabEntry == nullptr || !copyPassword(m_proxyConfig.password, m_passwordData))
         return false;
     if (m_krbApi->krb5Principal2salt(m_context, m_principal, &m_saltData) != 0)

@@ -1,4 +1,6 @@
 // The two blocks that a renewal asks for itself: the keytab entry, which it keeps on purpose, and the password's copy.
+#include <ostream>
+
 #include "BlockCounter.h"
 #include "KrbFixture.h"
 
@@ -55,6 +57,8 @@ struct Shortage
     const char* name;
     unsigned int request;
     std::vector<std::size_t> alive;
+
+    friend std::ostream& operator<<(std::ostream& out, const Shortage& shortage) { return out << shortage.name; }
 };
 
 class RenewalWithoutMemoryTest : public KrbFixture, public testing::WithParamInterface<Shortage>

@@ -188,6 +188,8 @@ struct Password
 {
     const char* name;
     std::string text;
+
+    friend std::ostream& operator<<(std::ostream& out, const Password& password) { return out << password.name; }
 };
 
 class RenewalPasswordTest : public KrbFixture, public testing::WithParamInterface<Password>
