@@ -4,10 +4,18 @@
 
 #include <cstddef>
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#if defined(__SANITIZE_ADDRESS__)
+#define TAV_ADDRESS_SANITIZED 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define TAV_ADDRESS_SANITIZED 1
+#endif
+#endif
+
+#if defined(TAV_ADDRESS_SANITIZED) || defined(__SANITIZE_THREAD__)
 #define TAV_SANITIZED 1
 #elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#if __has_feature(thread_sanitizer)
 #define TAV_SANITIZED 1
 #endif
 #endif

@@ -44,8 +44,7 @@ protected:
     {
         if (expected == CURLE_OK)
         {
-            EXPECT_TRUE(isSuccess(outcome));
-            EXPECT_EQ(outcome.response, "fine");
+            EXPECT_TRUE(isFine(outcome));
             return;
         }
         EXPECT_FALSE(outcome.success);
@@ -142,7 +141,7 @@ protected:
     static NginxRequest requestTo(NginxSite site)
     {
         const NginxServer server({std::move(site)});
-        EXPECT_TRUE(isSuccess(QueryScene(configTowards(server)).ask()));
+        EXPECT_TRUE(isFine(QueryScene(configTowards(server)).ask()));
         return server.requests(1).at(0);
     }
 };

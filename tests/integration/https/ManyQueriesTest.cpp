@@ -20,7 +20,11 @@ namespace
 using testing::SizeIs;
 
 constexpr unsigned long kThreads = 8;
+#ifdef TAV_ADDRESS_SANITIZED
+constexpr std::size_t kQueriesOfEach = 150; // each of TLS's many allocations is traced
+#else
 constexpr std::size_t kQueriesOfEach = 1250;
+#endif
 constexpr std::size_t kQueries = kThreads * kQueriesOfEach;
 /// One query in so many is refused, so that the way of a failure is gone too.
 constexpr std::size_t kRefusedEvery = 10;

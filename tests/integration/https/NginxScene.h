@@ -57,6 +57,12 @@ inline Query caseQuery(const std::string& name, std::string payload = "a questio
     return query;
 }
 
+/// Whether a query without a case was answered as it has to be.
+inline bool isFine(const QueryOutcome& outcome)
+{
+    return isSuccess(outcome) && outcome.response == "fine";
+}
+
 /// Sends the request's body back.
 inline NginxCase echoCase()
 {

@@ -181,6 +181,7 @@ TEST_F(StatusTest, RefusedMethodIsNamed)
     const QueryOutcome outcome = answerTo("root .; try_files /output =404;");
 
     expectFailed(outcome, failureLog(CURLE_OK, 405, "Method Not Allowed"));
+    EXPECT_THAT(outcome.response, HasSubstr("405 Not Allowed"));
 }
 
 TEST_F(StatusTest, EmptyMethodIsBadRequest)
@@ -192,6 +193,7 @@ TEST_F(StatusTest, EmptyMethodIsBadRequest)
     const QueryOutcome outcome = QueryScene(config).ask();
 
     expectFailed(outcome, failureLog(CURLE_OK, 400, "Bad Request"));
+    EXPECT_THAT(outcome.response, HasSubstr("400 Bad Request"));
 }
 
 TEST_F(StatusTest, MissingClientCertificateIsBadRequest)
