@@ -57,6 +57,13 @@ std::string readIfThere(const std::string& path)
 
 } // namespace
 
+std::vector<std::string> clockAheadBy(std::chrono::seconds offset)
+{
+    if (offset.count() == 0)
+        return {};
+    return {"LD_PRELOAD=" TAV_CLOCK_OFFSET, "TAV_TEST_CLOCK_OFFSET=" + std::to_string(offset.count())};
+}
+
 std::string Kdc::missing()
 {
     for (const char* name : kPrograms)
@@ -82,14 +89,10 @@ ServerProgram Kdc::program() const
     ServerProgram program;
     program.argv = {findServerProgram("krb5kdc"), "-n", "-r", m_settings.realm};
     program.outputFile = m_directory.file("output");
-    program.environment = {"KRB5_CONFIG=" + clientConfig(),
-                           "KRB5_KDC_PROFILE=" + m_directory.file("kdc.conf"),
-                           "KRB5CCNAME=MEMORY:"};
-    if (m_settings.clockOffset.count() != 0)
-    {
-        program.environment.emplace_back("LD_PRELOAD=" TAV_CLOCK_OFFSET);
-        program.environment.push_back("TAV_TEST_CLOCK_OFFSET=" + std::to_string(m_settings.clockOffset.count()));
-    }
+    program.environment = {
+        "KRB5_CONFIG=" + clientConfig(), "KRB5_KDC_PROFILE=" + m_directory.file("kdc.conf"), "KRB5CCNAME=MEMORY:"};
+    for (const std::string& variable : clockAheadBy(m_settings.clockOffset))
+        program.environment.push_back(variable);
     return program;
 }
 

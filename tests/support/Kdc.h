@@ -22,6 +22,9 @@ struct KdcSettings
     std::chrono::seconds clockOffset{0}; ///< how far its clock is ahead of everybody's
 };
 
+/// Variables of the environment that make a program's clock wrong.
+std::vector<std::string> clockAheadBy(std::chrono::seconds offset);
+
 /// An MIT krb5kdc of the test's own on the loopback, with a realm, a database and a port of its own. Nothing of the
 /// machine's configuration is read.
 class Kdc

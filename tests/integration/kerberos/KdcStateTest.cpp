@@ -175,6 +175,22 @@ TEST(KdcReturnTest, RenewalFailsWhileTheKdcIsGoneAndSucceedsWhenItIsBack)
     }
 }
 
+TEST(KdcAccountTest, Rc4KeyComesWithTheNextPasswordIfAskedFor)
+{
+    if (!Kdc::missing().empty())
+        GTEST_SKIP() << Kdc::missing();
+    Kdc kdc;
+    const ClientConfig config(kdc.clientConfig());
+    KerberosScene scene;
+    kdc.administer({"addprinc", "-clearpolicy", "-pw", kPassword, "user"});
+    EXPECT_EQ(scene.renew().error, KRB5_KT_NOTFOUND);
+
+    kdc.administer(
+        {"change_password", "-e", "aes256-cts-hmac-sha1-96:normal,arcfour-hmac:normal", "-pw", "newpw", "user"});
+
+    EXPECT_TRUE(scene.renew(kUser, "newpw").renewed);
+}
+
 /// In a process without any network, so that nobody is asked.
 TEST(KdcConfigTest, RenewalWithoutConfigDoesNotFindTheRealm)
 {

@@ -190,10 +190,31 @@ TEST_F(NegotiateProxyTest, ServiceIsNamedAsTheProxysAddressIs)
     expectRefused(QueryScene(config).ask());
 }
 
+TEST_F(NegotiateProxyTest, ClientsClockMayBeWrongTheProxysMayNot)
+{
+    constexpr std::chrono::hours kHour{1};
+    NegotiateSettings settings;
+    settings.kdcClockOffset = kHour;
+    settings.proxyClockOffset = kHour;
+    {
+        const NegotiateScene scene(settings);
+        KerberosScene kerberos;
+        ASSERT_TRUE(kerberos.renew().renewed);
+        expectPassed(scene.ask());
+    }
+    settings.kdcClockOffset = {};
+    const NegotiateScene scene(settings);
+    KerberosScene kerberos;
+    ASSERT_TRUE(kerberos.renew().renewed);
+    expectRefused(scene.ask());
+}
+
 TEST_F(NegotiateProxyTest, GssapiRenewsAnExpiredTicketFromTheKeytab)
 {
     constexpr std::chrono::seconds kBeyondItsLife{5};
-    const NegotiateScene scene({"-maxlife", "4sec"});
+    NegotiateSettings settings;
+    settings.accountOptions = {"-maxlife", "4sec"};
+    const NegotiateScene scene(settings);
     KerberosScene kerberos;
     ASSERT_TRUE(kerberos.renew().renewed);
     expectPassed(scene.ask());

@@ -15,7 +15,18 @@ std::string missingForNegotiateScene()
     return "";
 }
 
-SquidSettings negotiateProxy(const Kdc& kdc, const std::string& serviceKeytab)
+namespace
+{
+
+KdcSettings kdcWithClock(std::chrono::seconds offset)
+{
+    KdcSettings settings;
+    settings.clockOffset = offset;
+    return settings;
+}
+
+/// Lets known users of a realm through, as its helper finds out with the keytab.
+SquidSettings negotiateProxy(const Kdc& kdc, const std::string& serviceKeytab, std::chrono::seconds clockOffset)
 {
     SquidSettings settings;
     settings.files = {{"service.keytab", serviceKeytab}};
@@ -27,17 +38,23 @@ acl known proxy_auth REQUIRED
 http_access allow known
 http_access deny all
 )";
-    // Without a replay cache, which would be a file of all such proxies of the machine.
-    settings.environment = {"KRB5_CONFIG=" + kdc.clientConfig(), "KRB5RCACHENAME=none:"};
+    settings.environment = clockAheadBy(clockOffset);
+    settings.environment.push_back("KRB5_CONFIG=" + kdc.clientConfig());
+    // No replay cache, which would be a file of all such proxies of the machine.
+    settings.environment.emplace_back("KRB5RCACHENAME=none:");
     return settings;
 }
 
-NegotiateScene::NegotiateScene(const std::vector<std::string>& accountOptions)
-    : proxy(negotiateProxy(kdc, kdc.addService("HTTP/localhost"))), m_config(kdc.clientConfig())
+} // namespace
+
+NegotiateScene::NegotiateScene(const NegotiateSettings& settings)
+    : kdc(kdcWithClock(settings.kdcClockOffset)),
+      proxy(negotiateProxy(kdc, kdc.addService("HTTP/localhost"), settings.proxyClockOffset)),
+      m_config(kdc.clientConfig())
 {
     for (const char* name : {"https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY", "no_proxy", "NO_PROXY"})
         ::unsetenv(name);
-    kdc.addUser("user", kPassword, accountOptions);
+    kdc.addUser("user", kPassword, settings.accountOptions);
     kdc.addUser("other", "otherpw");
 }
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <memory>
+#include <chrono>
 #include <string>
 
 #include "KerberosScene.h"
@@ -14,15 +14,19 @@ namespace TAV::test
 /// What is missing for such a scene on this machine; empty if nothing is.
 std::string missingForNegotiateScene();
 
-/// A proxy that lets known users of a realm through, as the helper finds out with the keytab.
-SquidSettings negotiateProxy(const Kdc& kdc, const std::string& serviceKeytab);
+/// What differs between scenes.
+struct NegotiateSettings
+{
+    std::vector<std::string> accountOptions;  ///< of kadmin's addprinc, for "user"
+    std::chrono::seconds kdcClockOffset{0};   ///< how far the clocks are ahead of the client's
+    std::chrono::seconds proxyClockOffset{0}; ///< the same
+};
 
 /// A KDC with the accounts "user" and "other", a proxy that asks for their tickets, and a web server behind it.
 class NegotiateScene
 {
 public:
-    /// @param accountOptions  of kadmin's addprinc, for "user"
-    explicit NegotiateScene(const std::vector<std::string>& accountOptions = {});
+    explicit NegotiateScene(const NegotiateSettings& settings = {});
 
     /// Asks the web server through the proxy, on a connection that is made for it.
     QueryOutcome ask() const { return QueryScene(configThroughProxy()).ask(); }
