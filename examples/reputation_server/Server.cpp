@@ -22,6 +22,7 @@ constexpr std::size_t kLongestRequest = 4096;
 constexpr std::size_t kRequestsPerConnection = 1'000'000;
 constexpr time_t kIdleSeconds = 2; // how long a connection is kept for, and at most delays the end
 constexpr int kNotAllowed = 405;
+constexpr int kTooLong = 413;
 
 /// A thread for each connection. The server library's own pool has eight, and a connection that is kept holds one of
 /// them although it is idle.
@@ -62,7 +63,13 @@ void explain(const httplib::Request& request, httplib::Response& response)
 {
     if (request.method != "POST")
         response.set_header("Connection", "close"); // a body that it brought was not read
-    if (response.body.empty())
+    if (!response.body.empty())
+        return;
+    if (response.status == kTooLong)
+        response.set_content(
+            problem(kTooLong, "no request is longer than " + std::to_string(kLongestRequest) + " bytes").json,
+            kJsonType);
+    else
         response.set_content(problem(response.status, "only POST " + std::string(kPath) + " is answered here").json,
                              kJsonType);
 }

@@ -44,15 +44,20 @@ TEST(ReputationServerTest, TellsWhatIsWrongWithARequest)
     {
         std::vector<std::string> arguments;
         const char* cause;
+        const char* error;
     };
-    for (const Case& c : {Case{{"--data", "hello"}, "HTTP 400 Bad Request"},
-                          Case{{"--method", "GET"}, "HTTP 405 Method Not Allowed"},
-                          Case{{"--method", "PUT", "--data", kBad}, "HTTP 405 Method Not Allowed"},
-                          Case{{"--data", std::string(5000, 'a')}, "HTTP 413 Payload Too Large"}})
+    const std::vector<Case> cases{
+        {{"--data", "hello"}, "HTTP 400 Bad Request", "send a SHA-256"},
+        {{"--method", "GET"}, "HTTP 405 Method Not Allowed", "only POST /1"},
+        {{"--method", "PUT", "--data", kBad}, "HTTP 405 Method Not Allowed", "only POST /1"},
+        {{"--data", std::string(5000, 'a')}, "HTTP 413 Payload Too Large", "no request is longer than 4096 bytes"},
+    };
+    for (const Case& c : cases)
     {
         const ProgramResult result = asked(server.address(), server.caFile(), c.arguments);
         EXPECT_EQ(result.exitCode, 3) << c.cause;
-        EXPECT_THAT(result.out, AllOf(HasSubstr(c.cause), HasSubstr("{\"error\":"))) << c.cause;
+        EXPECT_THAT(result.out, AllOf(HasSubstr(c.cause), HasSubstr("{\"error\":\"" + std::string(c.error))))
+            << c.cause;
     }
 }
 
