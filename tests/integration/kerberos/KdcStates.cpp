@@ -87,6 +87,18 @@ std::vector<KdcState> refusals()
          KRB5_REALM_UNKNOWN,
          kKeytab,
          [](Circumstances& c) { c.user = "user@OTHER.EXAMPLE"; }},
+        {"KdcStopped",
+         "the KDC does not run: its port is closed",
+         kNoCredentials,
+         KRB5_KDC_UNREACH,
+         kKeytab,
+         [](Circumstances& c) { c.change = [](Kdc& kdc) { kdc.stop(); }; }},
+    };
+}
+
+std::vector<KdcState> accounts()
+{
+    return {
         {"AesOnlyAccount",
          "the account has AES keys only",
          kNoCredentials,
@@ -129,12 +141,6 @@ std::vector<KdcState> refusals()
          KRB5KDC_ERR_KEY_EXP,
          kKeytab,
          [](Circumstances& c) { useAccount(c, {"+needchange"}); }},
-        {"KdcStopped",
-         "the KDC does not run: its port is closed",
-         kNoCredentials,
-         KRB5_KDC_UNREACH,
-         kKeytab,
-         [](Circumstances& c) { c.change = [](Kdc& kdc) { kdc.stop(); }; }},
     };
 }
 
@@ -294,7 +300,8 @@ std::ostream& operator<<(std::ostream& out, const KdcState& state)
 
 const std::vector<KdcState>& promptStates()
 {
-    static const std::vector<KdcState> states = all({answers(), refusals(), clocks(), configurations(), paths()});
+    static const std::vector<KdcState> states =
+        all({answers(), refusals(), accounts(), clocks(), configurations(), paths()});
     return states;
 }
 
