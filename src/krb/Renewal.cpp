@@ -31,7 +31,7 @@ constexpr std::size_t kPasswordSize = 8192;
 constexpr std::size_t kKeytabNameSize = 4105; // the zero byte included
 
 /// A zero-filled entry, deliberately left to nobody: it owns nothing, and the next renewal makes its own.
-krb5_keytab_entry* newEntry()
+krb5_keytab_entry* newKeytabEntry()
 {
     return static_cast<krb5_keytab_entry*>(std::calloc(1, sizeof(krb5_keytab_entry)));
 }
@@ -84,7 +84,7 @@ bool KrbHandler::addKeyAndPricipal()
     if (m_krbApi->krb5Timeofday(m_context, &m_timestamp) != 0)
         return failed(kNoTime);
 
-    m_keytabEntry = newEntry();
+    m_keytabEntry = newKeytabEntry();
     if (m_keytabEntry == nullptr || !copyPassword(m_proxyConfig.password, m_passwordData))
         return false;
     if (m_krbApi->krb5Principal2salt(m_context, m_principal, &m_saltData) != 0)
