@@ -1,7 +1,11 @@
 # Installs the libraries, their headers, and what CMake and pkg-config need to find them.
+#
+# By component, one for each package: Runtime (libtavutils), System (libtavsystemutils), Development (what programs are
+# built with), Tools (the programs).
 
 include(CMakePackageConfigHelpers)
 
+set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME Development)
 set(TAV_CMAKE_DIR "${CMAKE_INSTALL_LIBDIR}/cmake/tavutils")
 
 set(TAV_WITHOUT)
@@ -13,9 +17,17 @@ else()
 endif()
 install(DIRECTORY "${PROJECT_SOURCE_DIR}/include/tav" DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}" ${TAV_WITHOUT})
 install(
-  TARGETS tavutils tavsystemutils ${TAV_LOGGING}
+  TARGETS tavutils ${TAV_LOGGING}
   EXPORT tavutilsTargets
-  LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}")
+  LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}"
+          COMPONENT Runtime
+          NAMELINK_COMPONENT Development)
+install(
+  TARGETS tavsystemutils
+  EXPORT tavutilsTargets
+  LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}"
+          COMPONENT System
+          NAMELINK_COMPONENT Development)
 install(
   EXPORT tavutilsTargets
   NAMESPACE tavutils::

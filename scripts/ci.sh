@@ -21,17 +21,19 @@ step() {
 
 install_everything() {
   # shellcheck disable=SC2086 # a list of names
-  need $ALL_GROUPS
+  need $CI_GROUPS
 }
 
 # A subshell each: these are scripts, which may set what they like.
 check_format() (. scripts/format.sh)
 check_docs() (. scripts/docs.sh)
 check_lint() (. scripts/lint.sh)
+check_abi() (. scripts/abi.sh)
 
 release_tests() {
   build_preset release --target tav_sanity_subjects tav_bench
   run_tests release -L sanity
+  check_abi --check
 }
 
 # Adds up what the test runner noted for each build.
@@ -47,7 +49,7 @@ step "layout" check_format --check
 step "build and tests" cmd_test
 step "reference documentation" check_docs
 step "lint" check_lint
-step "release build: hardening, exports, installation" release_tests
+step "release build: hardening, exports, installation, binary interface" release_tests
 step "clang, with the address, leak and undefined-behaviour sanitizers" cmd_asan --clang
 step "clang, with the thread sanitizer" cmd_tsan --clang
 

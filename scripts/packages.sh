@@ -9,19 +9,22 @@ packages_of() {
   case $1 in
     build) echo "g++ cmake ninja-build pkg-config libssl-dev libcurl4-openssl-dev libmagic-dev libkrb5-dev libboost-dev" ;;
     programs) echo "libcli11-dev libspdlog-dev nlohmann-json3-dev libcpp-httplib-dev p7zip-full" ;;
-    test) echo "libgtest-dev libgmock-dev p7zip-full file binutils openssl nginx libnginx-mod-http-echo squid krb5-kdc krb5-admin-server valgrind" ;;
+    test) echo "libgtest-dev libgmock-dev p7zip-full file binutils dpkg-dev openssl nginx libnginx-mod-http-echo squid krb5-kdc krb5-admin-server valgrind" ;;
     bench) echo "libbenchmark-dev libglib2.0-dev libpoco-dev librhash-dev libboost-filesystem-dev libcpp-httplib-dev" ;;
     clang) echo "clang libclang-rt-dev" ;;
     coverage) echo "gcovr" ;;
     format) echo "clang-format" ;;
     lint) echo "clang-tidy clang-format shellcheck" ;;
     docs) echo "doxygen" ;;
+    abi) echo "abigail-tools" ;;
+    package) echo "debhelper dpkg-dev lintian debootstrap util-linux" ;;
     *) die "no package group is called '$1'" ;;
   esac
 }
 
+CI_GROUPS="build programs test bench clang coverage lint docs abi"
 # shellcheck disable=SC2034 # read by ./dev
-ALL_GROUPS="build programs test bench clang coverage lint docs"
+ALL_GROUPS="$CI_GROUPS package"
 
 # need GROUP...: installs what is missing of these groups, and says what and where. Touches no network if nothing is.
 need() {
