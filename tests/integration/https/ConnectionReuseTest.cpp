@@ -151,6 +151,7 @@ TEST_F(ConnectionReuseTest, ConnectsAgainAfterRestartOfTheServer)
     NginxServer server({goodSite()});
     QueryScene scene(configTowards(server));
     expectSuccesses(scene, 1);
+    EXPECT_THAT(server.requests(1), SizeIs(1)); // noted before it is killed
 
     server.stop();
     server.start();

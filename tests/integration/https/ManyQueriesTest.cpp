@@ -26,7 +26,7 @@ constexpr std::size_t kQueriesOfEach = 150; // each of TLS's many allocations is
 constexpr std::size_t kQueriesOfEach = 1250;
 #endif
 constexpr std::size_t kQueries = kThreads * kQueriesOfEach;
-/// One query in so many is refused, so that the way of a failure is gone too.
+/// One query in so many is refused, with a status that the client has no text for.
 constexpr std::size_t kRefusedEvery = 10;
 constexpr std::size_t kLinesOfFailure = 3;
 
@@ -54,7 +54,7 @@ bool askOne(CurlWrapper& client, unsigned long session, std::size_t number)
     const bool refused = number % kRefusedEvery == 0;
     const std::string payload = "query " + std::to_string(number) + " of session " + std::to_string(session);
     TAVHTTPHeader header;
-    header.firstHeader = refused ? "X-Case: 404" : "X-Case: echo";
+    header.firstHeader = refused ? "X-Case: 429" : "X-Case: echo";
     std::string response;
     LumoStats stats = kUntouchedStats;
     const bool success = client.sendNetworkRequest(header, payload, response, session, stats);
@@ -97,7 +97,7 @@ class ManyQueriesTest : public NginxTest
 protected:
     static std::vector<NginxSite> sites()
     {
-        return {goodSite({echoCase(), {"404", "return 404 'missing';"}}, "keepalive_requests 100000;")};
+        return {goodSite({echoCase(), {"429", "return 429 'missing';"}}, "keepalive_requests 100000;")};
     }
 };
 
