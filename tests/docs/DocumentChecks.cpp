@@ -120,7 +120,7 @@ std::vector<std::string> unknownTests(const Page& page, const std::set<std::stri
 std::vector<std::string> missingFiles(const Page& page, const fs::path& root)
 {
     return offenders(page.text,
-                     R"(`((?:include|src|tests|docs|cmake|examples|tools|bench|scripts)/[\w./-]*)`)",
+                     R"(`((?:include|src|tests|docs|cmake|examples|tools|bench|scripts|packaging)/[\w./-]*)`)",
                      [&root](const std::string& path) { return !fs::exists(root / path); });
 }
 
