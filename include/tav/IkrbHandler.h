@@ -27,7 +27,8 @@ struct TAVProxyConfig
 ///
 /// The key is RC4-HMAC (RFC 4757) and no other: the account needs such a key, and the KDC and libkrb5 must allow it.
 ///
-/// Each failure is one log line (level 6) and a false result; nothing is thrown but for want of memory.
+/// Each failure is one log line (level 6) and a false result. Want of memory is a false result without a line, or
+/// std::bad_alloc; nothing else is thrown.
 ///
 /// **Threads.** One thread at a time. While a renewal runs, a transfer of another thread may find no keytab.
 ///

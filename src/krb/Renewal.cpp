@@ -109,7 +109,8 @@ bool KrbHandler::addKeyAndPricipal()
 bool KrbHandler::generateKrbKeyTabAndCache()
 {
     std::array<char, kKeytabNameSize> name{};
-    std::snprintf(name.data(), name.size(), "WRFILE:%s", m_keytabFilePath.c_str()); // a longer path is cut
+    // A longer path is cut.
+    static_cast<void>(std::snprintf(name.data(), name.size(), "WRFILE:%s", m_keytabFilePath.c_str()));
     if (m_krbApi->krb5KtResolve(m_context, name.data(), &m_keytab) != 0)
         return failed(kNoKeytab);
     if (m_krbApi->krb5KtAddEntry(m_context, m_keytab, m_keytabEntry) != 0)

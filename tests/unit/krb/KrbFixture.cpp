@@ -108,6 +108,7 @@ KrbFixture::KrbFixture()
 
 void KrbFixture::TearDown()
 {
+    api->onCall = nullptr; // what it refers to may be gone
     handler.reset();
     EXPECT_EQ(api->problems(), deliberatelyLeft);
 }
