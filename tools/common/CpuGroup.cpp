@@ -10,10 +10,7 @@ namespace programs
 namespace
 {
 
-constexpr std::array<const char*, 2> kPlaces = {"/sys/fs/cgroup/cpu,cpuacct", "/cgroup/cpu"};
 constexpr const char* kGroupName = "/zell_tp_ods";
-constexpr const char* kPeriodFile = "/cpu.cfs_period_us";
-constexpr const char* kQuotaFile = "/cpu.cfs_quota_us";
 
 bool exists(const std::string& path)
 {
@@ -23,9 +20,9 @@ bool exists(const std::string& path)
 
 std::string findController(const std::string& root)
 {
-    for (const char* place : kPlaces)
+    for (const char* place : kCpuControllerPlaces)
     {
-        if (exists(root + place + kPeriodFile) && exists(root + place + kQuotaFile))
+        if (exists(root + place + kCpuPeriodFile) && exists(root + place + kCpuQuotaFile))
             return root + place;
     }
     return "";
@@ -86,8 +83,8 @@ CpuGroup readCpuGroup(const std::string& root)
     if (group.controller.empty() || !exists(path))
         return group;
     group.path = path;
-    group.periodUs = readControlValue(path + kPeriodFile, 0);
-    group.quotaUs = readControlValue(path + kQuotaFile, -1);
+    group.periodUs = readControlValue(path + kCpuPeriodFile, 0);
+    group.quotaUs = readControlValue(path + kCpuQuotaFile, -1);
     std::ifstream members(path + "/cgroup.procs");
     for (int pid = 0; members >> pid;)
         group.members.insert(pid);
@@ -105,8 +102,8 @@ double percentOf(const CpuGroup& group, unsigned int processors)
 std::string describe(const CpuGroup& group, unsigned int processors)
 {
     if (group.controller.empty())
-        return std::string("controller      none: no cgroup v1 cpu controller at ") + kPlaces[0] + " or " + kPlaces[1] +
-               "\n";
+        return std::string("controller      none: no cgroup v1 cpu controller at ") + kCpuControllerPlaces[0] + " or " +
+               kCpuControllerPlaces[1] + "\n";
     std::string text = "controller      " + group.controller + "\n";
     if (!group.exists())
         return text + "group           none yet: the first limit makes it\n";

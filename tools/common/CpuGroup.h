@@ -1,11 +1,17 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <set>
 #include <string>
 
 namespace programs
 {
+
+// Where the library looks for the controller, and for what in it.
+inline constexpr std::array<const char*, 2> kCpuControllerPlaces = {"/sys/fs/cgroup/cpu,cpuacct", "/cgroup/cpu"};
+inline constexpr const char* kCpuPeriodFile = "/cpu.cfs_period_us";
+inline constexpr const char* kCpuQuotaFile = "/cpu.cfs_quota_us";
 
 /// The library's CPU group as the kernel shows it. The library tells none of this: it neither looks at what the kernel
 /// answers to a write nor says where the group is.

@@ -14,7 +14,7 @@ namespace tavctl
 namespace
 {
 
-constexpr std::array<Registration, 9> kSubcommands{
+constexpr std::array<Registration, 10> kSubcommands{
     registerMime,
     registerChecksum,
     registerHmac,
@@ -24,6 +24,7 @@ constexpr std::array<Registration, 9> kSubcommands{
     registerArchive,
     registerCpuLimit,
     registerQuery,
+    registerDoctor,
 };
 
 constexpr const char* kAbout = "The services of libtavutils on the command line.";

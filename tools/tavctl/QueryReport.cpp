@@ -23,6 +23,7 @@ struct Spread
 Spread spreadOf(const std::vector<TAV::LumoStats>& answered)
 {
     std::vector<unsigned int> times;
+    times.reserve(answered.size());
     for (const TAV::LumoStats& stats : answered)
         times.push_back(stats.totalTimeMs);
     std::sort(times.begin(), times.end());
