@@ -1,8 +1,9 @@
 #!/bin/sh
 # check.sh package|pkg-config|package-moved|pkg-config-moved BUILD-DIR CONSUMER-DIR COMPILER [SANITIZERS]
+# check.sh package-system|pkg-config-system - CONSUMER-DIR COMPILER
 #
 # Installs the build into a directory of its own, where asked moves that directory elsewhere, builds the consumer
-# against it in the given way, and runs it.
+# against it in the given way, and runs it. Or takes what is installed on the system already.
 set -eu
 way=$1
 build=$2
@@ -14,7 +15,10 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
 prefix=$work/installed
-cmake --install "$build" --prefix "$prefix" >"$work/install.log"
+case $way in
+  *-system) prefix=/usr ;;
+  *) cmake --install "$build" --prefix "$prefix" >"$work/install.log" ;;
+esac
 case $way in
   *-moved)
     mv "$prefix" "$work/moved"
@@ -33,15 +37,26 @@ case $way in
     }
     cmake --build "$work/build"
     program=$work/build/consumer
+    logging=$work/build/consumer_logging
     ;;
   pkg-config*)
-    PKG_CONFIG_PATH=$libraries/pkgconfig
-    export PKG_CONFIG_PATH
+    if [ "$prefix" != /usr ]; then
+      PKG_CONFIG_PATH=$libraries/pkgconfig
+      LD_LIBRARY_PATH=$libraries
+      export PKG_CONFIG_PATH LD_LIBRARY_PATH
+    fi
     program=$work/consumer
     # shellcheck disable=SC2046,SC2086 # lists of options
     "$compiler" -std=c++17 $flags "$consumer/main.cpp" $(pkg-config --cflags --libs tavutils tavsystemutils) -o "$program"
-    LD_LIBRARY_PATH=$libraries
-    export LD_LIBRARY_PATH
+    logging=$work/consumer_logging
+    if pkg-config --exists tavlogging; then
+      spdlog=
+      if pkg-config --exists spdlog; then
+        spdlog="-DWITH_SPDLOG $(pkg-config --cflags --libs spdlog)"
+      fi
+      # shellcheck disable=SC2046,SC2086 # lists of options
+      "$compiler" -std=c++17 $flags "$consumer/logging.cpp" $(pkg-config --cflags --libs tavlogging) $spdlog -o "$logging"
+    fi
     ;;
 esac
 
@@ -53,3 +68,12 @@ if [ "$(readlink -f "$found")" != "$real" ]; then
   exit 1
 fi
 "$program"
+
+# The loggers are an option. Where their headers were installed, they must have been found, and need no library of ours.
+if [ -e "$prefix/include/tav/logging" ]; then
+  if ldd "$logging" | grep libtav; then
+    echo "the loggers need a library that they must do without" >&2
+    exit 1
+  fi
+  "$logging"
+fi
