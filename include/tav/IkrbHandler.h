@@ -48,8 +48,7 @@ public:
     ///
     /// Blocks while the KDC is asked, for about half a minute if it is silent. The credentials cache is not written;
     /// the GSSAPI library writes it later. After a failure the old keytab is gone, so the proxy refuses until a renewal
-    /// succeeds. Each renewal keeps three small blocks of memory for good: the keytab entry, the key and the
-    /// credentials.
+    /// succeeds. Each renewal keeps the keytab entry, the key and the credentials in memory for good, about 700 bytes.
     ///
     /// A file that is not there to be deleted is logged (level 6) and is no failure; that is so for the cache on each
     /// renewal before the first negotiation. Success is logged at level 5.
