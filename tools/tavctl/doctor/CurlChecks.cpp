@@ -73,7 +73,7 @@ Finding judge(const Bundle& bundle, const std::string& file)
                 file + ": none of " + certificates(bundle.count()) + " is valid now",
                 {"get a current one; or is this host's clock wrong?"}};
     if (bundle.expired + bundle.future > 0)
-        return {State::Warning,
+        return {State::Note,
                 file + ": " + certificates(bundle.valid) + " valid, " + std::to_string(bundle.expired) + " expired, " +
                     std::to_string(bundle.future) + " not yet valid",
                 {"servers that were signed by the others are refused"}};
