@@ -16,6 +16,7 @@ take_snapshots() {
       --suppressions packaging/abi/foreign.suppr --no-corpus-path --no-comp-dir-path --no-show-locs \
       --no-parameter-names --no-write-default-sizes --type-id-style hash --out-file "$1/$library.abi" \
       "build/release/src/$library.so" || die "the binary interface of $library could not be read (see above)"
+    sed -i "s|path='$PWD/|path='|" "$1/$library.abi"
   done
 }
 

@@ -175,6 +175,12 @@ struct HeaderLayout
     std::string value4;
 };
 
+struct ArchiveInputLayout
+{
+    std::string path;
+    std::string nameInArchive;
+};
+
 #define EXPECT_SAME_FIELD(Record, Layout, field)                                                                       \
     static_assert(std::is_same_v<decltype(Record::field), decltype(Layout::field)>);                                   \
     EXPECT_EQ(offsetof(Record, field), offsetof(Layout, field)) << #field
@@ -207,6 +213,14 @@ TEST(ClassShapeTest, HeaderHasItsFieldsInOrder)
     EXPECT_SAME_FIELD(TAVHTTPHeader, HeaderLayout, value2);
     EXPECT_SAME_FIELD(TAVHTTPHeader, HeaderLayout, value3);
     EXPECT_SAME_FIELD(TAVHTTPHeader, HeaderLayout, value4);
+}
+
+// The archive service takes these and does not look into them, so the snapshot of the binary interface lacks them.
+TEST(ClassShapeTest, ArchiveInputHasItsFieldsInOrder)
+{
+    EXPECT_EQ(sizeof(ArchiveInputFileInfo), sizeof(ArchiveInputLayout));
+    EXPECT_SAME_FIELD(ArchiveInputFileInfo, ArchiveInputLayout, path);
+    EXPECT_SAME_FIELD(ArchiveInputFileInfo, ArchiveInputLayout, nameInArchive);
 }
 
 TEST(ClassShapeTest, StatsAre16BitCountsWhoseLastTwoAreTheTimes)
