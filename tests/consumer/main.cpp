@@ -2,11 +2,16 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <memory>
 #include <string>
 
+#include "tav/CurlAPIUtility.h"
+#include "tav/CurlWrapper.h"
 #include "tav/FMXException.h"
 #include "tav/ILogger.h"
+#include "tav/KrbAPIWrapper.h"
+#include "tav/KrbHandler.h"
 #include "tav/MagicUtils.h"
 #include "tav/QelArchiveUtils.h"
 #include "tav/QelSSLUtils.h"
@@ -69,6 +74,25 @@ bool tellsTypes(const char* program)
     return expect(type.rfind("application/x-", 0) == 0, "tells the type of a file");
 }
 
+bool reachesLibcurl(PrintingLogger& logger)
+{
+    TAV::CurlWrapper curl(logger, std::make_shared<TAV::CurlAPIUtility>());
+    CURLcode code = CURLE_COULDNT_CONNECT;
+    return expect(curl.getCURLErrMsg(code) == curl_easy_strerror(code), "reaches libcurl");
+}
+
+bool reachesKerberos(PrintingLogger& logger)
+{
+    const auto calls = std::make_shared<TAV::KrbAPIWrapper>();
+    std::string cache = "/nonexistent/cache";
+    std::string keytab = "/nonexistent/keytab";
+    const TAV::KrbHandler handler(logger, std::make_shared<TAV::TAVSystemUtils>(), cache, keytab, calls);
+    char name[] = "arcfour-hmac-md5";
+    krb5_enctype type = 0;
+    const bool ok = calls->krb5StringToEnctype(name, &type) == 0 && type == ENCTYPE_ARCFOUR_HMAC;
+    return expect(ok && std::getenv("KRB5CCNAME") == cache, "reaches the Kerberos library");
+}
+
 bool catchesByType(PrintingLogger& logger)
 {
     try
@@ -90,6 +114,8 @@ int main(int /*argc*/, char** argv)
     bool good = runsACommand(logger);
     good = hashes() && good;
     good = tellsTypes(argv[0]) && good;
+    good = reachesLibcurl(logger) && good;
+    good = reachesKerberos(logger) && good;
     good = catchesByType(logger) && good;
     good = expect(TAV::kLoopbackInterfaceName == "lo", "reads the constants") && good;
     return good ? 0 : 1;
