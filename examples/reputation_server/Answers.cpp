@@ -60,7 +60,7 @@ Answer Answers::answer(const std::string& body)
     if (digest.empty())
     {
         ++m_failed;
-        return problem(kBadRequest, "send a SHA-256 digest as 64 hexadecimal digits, or as {\"sha256\": \"...\"}");
+        return problem(kBadRequest, R"(send a SHA-256 digest as 64 hexadecimal digits, or as {"sha256": "..."})");
     }
     const bool isMalicious = m_list.contains(digest);
     if (isMalicious)

@@ -152,9 +152,9 @@ void Server::respond(const httplib::Request& request, httplib::Response& respons
 {
     if (m_delayMs != 0)
         waitForDelay();
-    Answer answer = m_handler(request.body);
+    const Answer answer = m_handler(request.body);
     response.status = answer.status;
-    response.set_content(std::move(answer.json), kJsonType);
+    response.set_content(answer.json, kJsonType);
 }
 
 } // namespace reputationserver

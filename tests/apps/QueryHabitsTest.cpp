@@ -1,14 +1,19 @@
 #include <gmock/gmock.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <sstream>
+#include <stdexcept>
 #include <thread>
 
 #include "common/QueryLog.h"
 #include "common/QueryText.h"
+#include "common/StandardDescriptors.h"
 #include "endpoint_scan/CappedCurl.h"
 #include "reputation_server/Answers.h"
 #include "support/RecordingLogger.h"
+#include "support/SacrificialProcess.h"
 
 using endpointscan::CappedCurl;
 using endpointscan::DenyList;
@@ -118,6 +123,19 @@ TEST(QueryLogTest, KeepsTheLinesOfEachThreadApart)
     EXPECT_EQ(log.takeLines().at(0).message, "mine");
     EXPECT_TRUE(log.takeLines().empty()) << "they are taken";
     EXPECT_THAT(all.lines(), ElementsAre(LogLine{2, std::nullopt, "mine"}, LogLine{6, "CurlWrapper", "theirs"}));
+}
+
+TEST(IgnoreBrokenPipesTest, MakesAWriteFailInsteadOfTheProgram)
+{
+    TAV::test::SacrificialProcess process(
+        []
+        {
+            programs::ignoreBrokenPipes();
+            int fds[2] = {-1, -1};
+            if (::pipe(fds) != 0 || ::close(fds[0]) != 0 || ::write(fds[1], "x", 1) != -1 || errno != EPIPE)
+                throw std::runtime_error("the write did not fail");
+        });
+    EXPECT_EQ(process.wait(), 0);
 }
 
 TEST(CappedCurlTest, TakesAnAnswerUpToItsLimit)

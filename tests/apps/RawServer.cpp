@@ -77,6 +77,12 @@ RawServer::~RawServer()
     ::close(m_listener);
 }
 
+void RawServer::respondWith(Responder responder)
+{
+    const std::lock_guard<std::mutex> alone(m_answering);
+    m_responder = std::move(responder);
+}
+
 std::vector<std::string> RawServer::requests() const
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
@@ -156,7 +162,9 @@ bool RawServer::answerOne(const std::function<std::string()>& receive,
         m_requests.push_back(request);
     }
     const RawAnswer answer = m_responder(request);
-    return send(answer.bytes) && !answer.closes;
+    if (answer.dies)
+        die();
+    return !answer.dies && send(answer.bytes) && !answer.closes;
 }
 
 ClosedPort::ClosedPort() : m_fd(boundSocket("127.0.0.1", m_port)) {}

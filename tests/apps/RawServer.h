@@ -21,6 +21,7 @@ struct RawAnswer
 {
     std::string bytes;
     bool closes = false; ///< ends the connection behind it
+    bool dies = false;   ///< nothing is sent: all connections are broken off, and nobody listens any more
 };
 
 /// A complete answer with status 200.
@@ -31,7 +32,7 @@ RawAnswer ok(const std::string& body);
 class RawServer
 {
 public:
-    /// From a whole request, its head as it came, to the answer. Called by one thread at a time.
+    /// From a whole request, its head as it came, to the answer. Called once at a time.
     using Responder = std::function<RawAnswer(const std::string& request)>;
 
     enum class Speaks
@@ -49,13 +50,14 @@ public:
     std::string address() const { return m_host + ":" + std::to_string(m_port); }
     std::string caFile() const { return m_place.file("ca.pem"); }
 
+    /// From now on it answers so.
+    void respondWith(Responder responder);
+
     /// The requests so far.
     std::vector<std::string> requests() const;
 
-    /// Breaks all connections off and listens no more. From the responder too.
-    void die();
-
 private:
+    void die();
     void accept();
     void serve(int fd);
     bool answerOne(const std::function<std::string()>& receive, const std::function<bool(const std::string&)>& send);

@@ -208,17 +208,14 @@ TEST_F(ServerScanTest, KeepsEveryAnswerThatCameBeforeTheServerDied)
     constexpr std::size_t kAnswers = 25;
     constexpr std::size_t kFiles = 60;
     addMany(kFiles, 0);
-    std::size_t asked = 0;
-    RawServer* self = nullptr;
-    RawServer server(
-        [&](const std::string& request)
+    const RawServer server(
+        [asked = std::size_t{0}](const std::string& request) mutable
         {
             if (++asked > kAnswers)
-                self->die();
+                return RawAnswer{"", false, true};
             const json query = json::parse(request.substr(request.find("\r\n\r\n") + 4));
             return ok(json{{"sha256", query.at("sha256")}, {"verdict", "clean"}}.dump());
         });
-    self = &server;
     EXPECT_EQ(scanned(server).exitCode, 6);
     EXPECT_EQ(countOf("clean"), kAnswers);
     EXPECT_EQ(countUnknownFor("no answer: "), kFiles - kAnswers);

@@ -318,7 +318,7 @@ TEST_F(ServerVerdictsTest, AnExceptionCostsOneAnswerOnly)
     const auto answering = m_client->onSend;
     for (const auto& [thrower, reason] : throwers)
     {
-        m_client->onSend = [&thrower](const std::string&, std::string&, TAV::LumoStats&)
+        m_client->onSend = [&thrower = thrower](const std::string&, std::string&, TAV::LumoStats&)
         {
             thrower();
             return true;

@@ -39,8 +39,7 @@ protected:
     std::string lastBody() const { return lastRequest().substr(lastRequest().find("\r\n\r\n") + 4); }
 
     TemporaryDirectory m_place;
-    RawAnswer m_answer = ok("the body");
-    RawServer m_server{[this](const std::string&) { return m_answer; }};
+    RawServer m_server{[](const std::string&) { return ok("the body"); }};
 };
 
 TEST_F(TavctlQueryTest, ShowsOutcomeTimesAndBody)
@@ -94,7 +93,7 @@ TEST_F(TavctlQueryTest, TakesTheBodyFromWhereItIsTold)
 TEST_F(TavctlQueryTest, KeepsEveryByteOfTheAnswer)
 {
     const std::string bytes("\0\xff\x1b\n\r\n\0", 7);
-    m_answer = ok(bytes);
+    m_server.respondWith([bytes](const std::string&) { return ok(bytes); });
     const std::string file = m_place.file("out");
     const ProgramResult result = query({"--output", file});
     EXPECT_EQ(readFile(file), bytes);
@@ -140,7 +139,8 @@ TEST_F(TavctlQueryTest, RepeatsOverOneConnection)
 
 TEST_F(TavctlQueryTest, AnotherStatusShowsTheBodyAndTheClientsLines)
 {
-    m_answer = {"HTTP/1.1 503 Busy\r\nContent-Length: 4\r\n\r\nbusy"};
+    m_server.respondWith([](const std::string&)
+                         { return RawAnswer{"HTTP/1.1 503 Busy\r\nContent-Length: 4\r\n\r\nbusy"}; });
     const ProgramResult result = query();
     EXPECT_EQ(result.exitCode, 3);
     EXPECT_EQ(result.out, "outcome  failure: HTTP 503 Service Unavailable\nbody     4 bytes\nbusy\n");
