@@ -20,7 +20,8 @@ namespace TAV
 /// threads start.
 ///
 /// **Threads.** One lock for the whole process guards the stored configuration while it is replaced and while the
-/// options of a session are set from it. The table of sessions has none, see `ICurlWrapper`.
+/// options of a session are set from it; `boost::lock_error` leaves both if it cannot be taken. The table of sessions
+/// has none, see `ICurlWrapper`.
 class TAV_EXPORT CurlWrapper : public ICurlWrapper
 {
 public:

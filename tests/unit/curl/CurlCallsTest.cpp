@@ -96,7 +96,7 @@ extern "C"
         else
             libcurl.givenPointer = va_arg(arguments, void*);
         va_end(arguments);
-        if (option == CURLOPT_URL)
+        if (option == CURLOPT_URL && libcurl.givenPointer != nullptr)
             call += std::string(" ") + static_cast<const char*>(libcurl.givenPointer);
         if (option == CURLOPT_COPYPOSTFIELDS)
             call += " " + std::string(static_cast<const char*>(libcurl.givenPointer), 5);

@@ -73,6 +73,22 @@ TEST_F(CurlLocksTest, OpeningHoldsTheLockWhileTheOptionsAreSetAndOnlyThen)
     EXPECT_TRUE(isFree(configurationLock()));
 }
 
+#if !defined(TAV_NO_ALLOCATION_HOOK)
+
+thread_local bool lastWasFree = false;
+
+TEST_F(CurlLocksTest, TheNewSessionEntersTheTableOutsideTheLock)
+{
+    client->configureOptions(sampleConfig(), 1);
+    lastWasFree = false;
+    onAllocation = [](std::size_t) { lastWasFree = isFree(configurationLock()); };
+    client->initSession(1);
+    onAllocation = nullptr;
+    EXPECT_TRUE(lastWasFree) << "the last allocation is that of the table";
+}
+
+#endif
+
 TEST_F(CurlLocksTest, ConfiguringHoldsTheLockWhileTheProxyOptionsAreSet)
 {
     open({1});
@@ -160,8 +176,9 @@ public:
 
     void pass()
     {
+        // The limit only ends a test that has failed anyway.
         std::unique_lock<std::mutex> guard(m_mutex);
-        m_opened.wait(guard, [this] { return m_open; });
+        EXPECT_TRUE(m_opened.wait_for(guard, std::chrono::seconds(40), [this] { return m_open; }));
     }
 
 private:

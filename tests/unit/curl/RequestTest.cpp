@@ -165,6 +165,41 @@ TEST_F(RequestTest, ListThatACallLayerDoesNotMakeIsNotFreed)
     EXPECT_THAT(calls, testing::Not(testing::Contains(testing::StartsWith("curlSlistFreeAll"))));
 }
 
+/// Each line gives a head of its own.
+class MovingListApi : public FakeCurlApi
+{
+public:
+    curl_slist* curlSlistAppend(curl_slist* list, const char* /*line*/) override
+    {
+        given.push_back(list);
+        return &heads[given.size() - 1];
+    }
+    CURLcode curlSetHeaderOpt(void* /*handle*/, CURLoption /*option*/, curl_slist* list) override
+    {
+        set = list;
+        return CURLE_OK;
+    }
+    void curlSlistFreeAll(curl_slist* list) override { freed = list; }
+
+    curl_slist heads[5] = {};
+    std::vector<curl_slist*> given;
+    curl_slist* set = nullptr;
+    curl_slist* freed = nullptr;
+};
+
+TEST_F(RequestTest, NewHeadOfTheListTakesThePlaceOfTheOldOne)
+{
+    const auto moving = std::make_shared<MovingListApi>();
+    CurlWrapper other(logger, moving);
+    other.configureOptions(sampleConfig(), 1);
+    other.initSession(1);
+    EXPECT_FALSE(other.sendNetworkRequest(header, "", response, 1, stats));
+    curl_slist* const heads = moving->heads;
+    EXPECT_THAT(moving->given, ElementsAre(nullptr, &heads[0], &heads[1], &heads[2], &heads[3]));
+    EXPECT_EQ(moving->set, &heads[4]);
+    EXPECT_EQ(moving->freed, &heads[4]);
+}
+
 TEST_F(RequestTest, StatusAloneDecides)
 {
     for (const CURLcode result : {CURLE_OK, CURLE_OPERATION_TIMEDOUT, CURLE_PARTIAL_FILE, CURLE_RECV_ERROR})
