@@ -71,7 +71,10 @@ Behaviour behaviourOf(const Answer& row)
 /// A server that never comes to an answer.
 Behaviour noHandshake(const char* name, const char* what, Script script, CURLcode transfer = CURLE_SSL_CONNECT_ERROR)
 {
-    return {name, what, std::move(script), transfer, 0, textOf(0), ""};
+    Behaviour behaviour{name, what, std::move(script), transfer, 0, textOf(0), ""};
+    // In TLS 1.3 the client may be through with its handshake before it sees that the server is not.
+    behaviour.tls.maxVersion = TLS1_2_VERSION;
+    return behaviour;
 }
 
 std::vector<Behaviour> handshakes()

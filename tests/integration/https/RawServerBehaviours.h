@@ -29,6 +29,7 @@ struct Behaviour
     std::string body;
     Afterwards afterwards = Afterwards::Closed;
     long timeout = 60; ///< seconds
+    TlsOptions tls = {};
 };
 
 std::ostream& operator<<(std::ostream& out, const Behaviour& behaviour);

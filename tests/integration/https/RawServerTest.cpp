@@ -3,7 +3,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <thread>
+
 #include "RawServerBehaviours.h"
+#include "support/SacrificialProcess.h"
 #include "support/TemporaryDirectory.h"
 
 namespace TAV::test
@@ -29,7 +32,7 @@ TEST_P(RawServerTest, EndsAsStated)
 {
     const Behaviour& behaviour = GetParam();
     const std::vector<Script> scripts = withSecondAnswer(behaviour);
-    RawTlsServer server(scripts);
+    RawTlsServer server(scripts, behaviour.tls);
     TAVQueryConfig config = configTowards(server.port(), TestAuthority::shared().caFile());
     config.timeout = behaviour.timeout;
     QueryScene scene(config);
@@ -59,6 +62,23 @@ INSTANTIATE_TEST_SUITE_P(Behaviours,
                          RawServerTest,
                          testing::ValuesIn(rawServerBehaviours()),
                          [](const auto& instance) { return instance.param.name; });
+
+TEST(RawTlsServerTest, StopsWhateverItIsAt)
+{
+    for (const Script& script : std::vector<Script>{{pause(std::chrono::hours(1))},
+                                                    {handshake(), waitUntilTold()},
+                                                    {handshake(), readHead(), readHead()},
+                                                    {stayStill()}})
+    {
+        RawTlsServer server({script});
+        QueryScene scene(configTowards(server.port(), TestAuthority::shared().caFile()));
+        std::thread client([&] { EXPECT_FALSE(scene.ask().success); });
+        EXPECT_TRUE(eventually([&] { return server.connections().size() == 1; }));
+        server.stop();
+        EXPECT_TRUE(server.connections().at(0).ended);
+        client.join();
+    }
+}
 
 TEST(RawServerPageTest, EachBehaviourStandsInThePage)
 {

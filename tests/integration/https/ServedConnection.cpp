@@ -90,8 +90,9 @@ ServedConnection::~ServedConnection()
 
 void ServedConnection::handshake()
 {
-    if (m_tls == nullptr)
-        beginHandshake();
+    m_tls.reset(SSL_new(m_context));
+    if (m_tls == nullptr || SSL_set_fd(m_tls.get(), m_fd) != 1)
+        throw std::runtime_error("cannot make a TLS connection");
     inTls([this] { return SSL_accept(m_tls.get()); });
     note(
         [this](ConnectionRecord& record)
@@ -103,12 +104,22 @@ void ServedConnection::handshake()
 
 void ServedConnection::beginHandshake()
 {
-    waitForBytes();
-    m_tls.reset(SSL_new(m_context));
-    if (m_tls == nullptr || SSL_set_fd(m_tls.get(), m_fd) != 1)
+    // Over memory: reading on from the socket, it would go as far as the client's next bytes let it.
+    const std::unique_ptr<SSL, void (*)(SSL*)> tls(SSL_new(m_context), SSL_free);
+    BIO* const received = BIO_new(BIO_s_mem());
+    BIO* const reply = BIO_new(BIO_s_mem());
+    if (tls == nullptr || received == nullptr || reply == nullptr)
         throw std::runtime_error("cannot make a TLS connection");
-    ERR_clear_error();
-    SSL_accept(m_tls.get());
+    SSL_set_bio(tls.get(), received, reply);
+    while (BIO_pending(reply) == 0)
+    {
+        const std::string_view bytes = receive();
+        BIO_write(received, bytes.data(), static_cast<int>(bytes.size()));
+        SSL_accept(tls.get());
+    }
+    char* bytes = nullptr;
+    const long size = BIO_get_mem_data(reply, &bytes);
+    send({bytes, static_cast<std::size_t>(size)});
 }
 
 void ServedConnection::waitForBytes()
