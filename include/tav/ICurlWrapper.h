@@ -59,7 +59,8 @@ struct LumoStats
 /// **Threads.** Different sessions of one client may send at the same time. Sessions are opened, closed and
 /// reconfigured while no other thread uses the client, and one session is used by one thread at a time.
 ///
-/// **Process.** libcurl's TLS may write to a connection that the server closed: ignore SIGPIPE in the daemon.
+/// **Process.** libcurl ignores SIGPIPE while it works, and sessions that work side by side undo that for each other:
+/// ignore the signal in the daemon.
 ///
 /// The order of the operations is part of the binary interface.
 class TAV_EXPORT ICurlWrapper
