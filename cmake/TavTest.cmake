@@ -1,8 +1,9 @@
-# tav_add_test(NAME SOURCES source... [LIBRARIES library...] [TIMEOUT seconds])
+# tav_add_test(NAME [TOGETHER] SOURCES source... [LIBRARIES library...] [TIMEOUT seconds])
 #
-# Makes one test program of GoogleTest cases and registers each case with CTest.
+# Makes one test program of GoogleTest cases and registers each case with CTest. Under a sanitizer, cases that may share
+# a process (TOGETHER) are registered as one test: starting and ending a process takes much longer there than a case.
 function(tav_add_test name)
-  cmake_parse_arguments(ARG "" "TIMEOUT" "SOURCES;LIBRARIES" ${ARGN})
+  cmake_parse_arguments(ARG "TOGETHER" "TIMEOUT" "SOURCES;LIBRARIES" ${ARGN})
   if(NOT ARG_TIMEOUT)
     set(ARG_TIMEOUT 120)
   endif()
@@ -10,6 +11,13 @@ function(tav_add_test name)
   target_link_libraries(${name} PRIVATE tav_test_support tav_test_code ${ARG_LIBRARIES} GTest::gmock GTest::gtest_main)
   if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
     target_precompile_headers(${name} REUSE_FROM tav_test_support)
+  endif()
+  if(ARG_TOGETHER AND TAVUTILS_SANITIZE)
+    add_test(NAME ${name} COMMAND ${name})
+    set_tests_properties(
+      ${name}
+      PROPERTIES TIMEOUT 600 ENVIRONMENT "${TAV_TEST_ENVIRONMENT}" SKIP_REGULAR_EXPRESSION "\\[  SKIPPED \\] [0-9]+ test")
+    return()
   endif()
   gtest_discover_tests(
     ${name}
