@@ -158,6 +158,8 @@ int runScan(const Options& options)
     ScanReport report;
     Services services(options);
     std::unique_ptr<Verdicts> verdicts = makeVerdicts(options, services.logger(), report);
+    if (!report.ticketObstacle.empty())
+        complain(report.ticketObstacle);
     std::error_code error;
     report.root = std::filesystem::canonical(options.directory, error).string();
     if (error || !std::filesystem::is_directory(report.root, error))

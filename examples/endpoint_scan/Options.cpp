@@ -39,6 +39,10 @@ constexpr const char* kFooter = "The deny list is a text with one SHA-256 digest
                                 "--password-file pw.txt --json report.json\n"
                                 "  endpoint_scan scan /home --server localhost:8443 --ca ca.pem --quarantine "
                                 "/var/lib/q --password-file pw.txt\n"
+                                "  endpoint_scan scan /home --server rep.example.org --ca ca.pem --proxy "
+                                "proxy.example.org:3128 --krb-principal scan@EXAMPLE.ORG\n"
+                                "                --krb-password-file krb.txt --quarantine /var/lib/q --password-file "
+                                "pw.txt\n"
                                 "  endpoint_scan list --quarantine /var/lib/q\n"
                                 "  endpoint_scan restore --quarantine /var/lib/q --to /tmp/back --password-file pw.txt";
 
@@ -67,6 +71,32 @@ void addReport(CLI::App& command, Options& options)
     command.add_option("--json", options.json, "Write a report into this file, whole or not at all");
 }
 
+std::string obstacleToName(const std::string& name)
+{
+    return name.empty() ? "the name is missing" : "";
+}
+
+void addProxy(CLI::App& command, Options& options, CLI::Option* server)
+{
+    programs::KrbAccount& account = options.account;
+    CLI::Option* proxy =
+        command.add_option("--proxy", options.proxy, "HOST:PORT of a proxy to the server")->needs(server);
+    CLI::Option* principal =
+        command
+            .add_option("--krb-principal", account.principal, "The account, USER@REALM, whose ticket the proxy gets")
+            ->check(obstacleToName)
+            ->needs(proxy);
+    principal->needs(
+        command.add_option("--krb-password-file", account.password.file, "A file that holds the account's password")
+            ->check(obstacleToName)
+            ->needs(principal));
+    command
+        .add_option("--krb-keytab", account.keytab, "Where its keytab is while this runs; a private place if missing")
+        ->needs(principal);
+    command.add_option("--krb-cache", account.cache, "Where its tickets are while this runs; the same")
+        ->needs(principal);
+}
+
 void addSource(CLI::App& command, Options& options)
 {
     CLI::Option_group* source = command.add_option_group("Verdicts", "Who tells which files are denied");
@@ -81,6 +111,7 @@ void addSource(CLI::App& command, Options& options)
         ->needs(server)
         ->check(CLI::Range(1, kLongestTimeout))
         ->capture_default_str();
+    addProxy(command, options, server);
 }
 
 void addScan(CLI::App& app, Options& options)
@@ -96,7 +127,12 @@ void addScan(CLI::App& app, Options& options)
         ->check(CLI::Range(1, 65535));
     addReport(*command, options);
     addPassword(*command, options);
-    command->callback([&options] { options.command = Command::Scan; });
+    command->callback(
+        [&options, command]
+        {
+            options.command = Command::Scan;
+            options.isProxyGiven = command->count("--proxy") > 0;
+        });
 }
 
 void addRestore(CLI::App& app, Options& options)

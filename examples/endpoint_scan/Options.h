@@ -3,6 +3,7 @@
 #include <optional>
 #include <string>
 
+#include "common/KrbTicket.h"
 #include "common/Password.h"
 
 namespace endpointscan
@@ -23,6 +24,9 @@ struct Options
     std::string server;     ///< empty if a deny list is used
     std::string caFile;     ///< whom to trust as the server
     long queryTimeout = 10; ///< seconds for each question to the server
+    std::string proxy;      ///< HOST:PORT of a proxy to the server
+    bool isProxyGiven = false;
+    programs::KrbAccount account; ///< whose ticket the proxy gets; not given for none
     std::string quarantine;
     std::string target;
     std::string archive; ///< restore: only this one; empty for all

@@ -171,6 +171,8 @@ Json scanJson(const ScanReport& report)
     else
     {
         object["server"] = report.server;
+        if (!report.proxy.empty())
+            object["proxy"] = report.proxy;
     }
     object.update({{"started", report.started},
                    {"finished", report.finished},

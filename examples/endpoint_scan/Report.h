@@ -14,9 +14,11 @@ namespace endpointscan
 struct ScanReport
 {
     std::string root;
-    std::string denyList;   ///< empty if a server was asked
-    std::size_t denied = 0; ///< digests on the list
-    std::string server;     ///< empty if there was a deny list
+    std::string denyList;       ///< empty if a server was asked
+    std::size_t denied = 0;     ///< digests on the list
+    std::string server;         ///< empty if there was a deny list
+    std::string proxy;          ///< empty if there was none
+    std::string ticketObstacle; ///< why there was no ticket for the proxy at the beginning; empty if there was one
     std::string started;
     std::string finished;
     CpuLimit cpuLimit;

@@ -58,8 +58,9 @@ TAV::TAVHTTPHeader requestHeader()
 
 ServerVerdicts::ServerVerdicts(std::unique_ptr<programs::QueryLog> log,
                                std::unique_ptr<TAV::ICurlWrapper> client,
-                               ServerAddress address)
-    : m_log(std::move(log)), m_client(std::move(client)), m_address(std::move(address))
+                               ServerAddress address,
+                               std::unique_ptr<TicketDuringScan> ticket)
+    : m_log(std::move(log)), m_ticket(std::move(ticket)), m_client(std::move(client)), m_address(std::move(address))
 {
 }
 
@@ -79,6 +80,7 @@ void ServerVerdicts::prepare(std::size_t askers)
     config.caCertPath = m_address.caFile;
     config.timeout = m_address.timeout;
     config.serverHost = m_address.server;
+    config.proxyAddress = m_address.proxy;
     m_client->configureOptions(config, 0);
     // Here and not where they are needed: no session may be opened while another one is at work.
     for (std::size_t asker = m_obstacles.size(); asker < askers; ++asker)
@@ -96,15 +98,42 @@ Opinion ServerVerdicts::ask(const std::string& sha256, std::size_t asker)
 
 Opinion ServerVerdicts::askServer(const std::string& sha256, std::size_t asker)
 {
+    const std::string question = nlohmann::json{{"sha256", sha256}}.dump();
+    const Reply reply = m_ticket == nullptr ? send(question, asker) : sendWithTicket(question, asker);
+    if (!reply.isSuccess)
+        return unknown(reply.cause);
+    Opinion opinion = readAnswer(reply.body, sha256);
+    opinion.times = reply.times;
+    return opinion;
+}
+
+ServerVerdicts::Reply ServerVerdicts::send(const std::string& question, std::size_t asker)
+{
     m_log->takeLines();
     TAV::TAVHTTPHeader header = requestHeader();
     TAV::LumoStats stats;
-    std::string body;
-    if (!m_client->sendNetworkRequest(header, nlohmann::json{{"sha256", sha256}}.dump(), body, asker, stats))
-        return unknown(failureIn(m_log->takeLines()).cause());
-    Opinion opinion = readAnswer(body, sha256);
-    opinion.times = AskTimes{stats.totalTimeMs, stats.tlsConnectTimeMs};
-    return opinion;
+    Reply reply;
+    reply.isSuccess = m_client->sendNetworkRequest(header, question, reply.body, asker, stats);
+    reply.times = {stats.totalTimeMs, stats.tlsConnectTimeMs};
+    const programs::QueryFailure failure = failureIn(m_log->takeLines());
+    reply.isAnswered = reply.isSuccess || failure.status != 0;
+    if (!reply.isSuccess)
+        reply.cause = failure.cause();
+    return reply;
+}
+
+/// A proxy that refuses looks the same as a server that is down: with another ticket the question is asked once more.
+ServerVerdicts::Reply ServerVerdicts::sendWithTicket(const std::string& question, std::size_t asker)
+{
+    Reply reply;
+    const TicketDuringScan::Age age = m_ticket->whileNobodyRenews([&] { reply = send(question, asker); });
+    if (!reply.isAnswered && m_ticket->renewUnlessDone(age))
+        m_ticket->whileNobodyRenews([&] { reply = send(question, asker); });
+    if (reply.isAnswered)
+        m_ticket->noteAnswer();
+    else if (const std::string obstacle = m_ticket->obstacle(); !obstacle.empty())
+        reply.cause += "; " + obstacle;
+    return reply;
 }
 
 Opinion readAnswer(const std::string& body, const std::string& sha256)

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "common/QueryLog.h"
+#include "endpoint_scan/TicketDuringScan.h"
 #include "endpoint_scan/Verdicts.h"
 #include "tav/ICurlWrapper.h"
 
@@ -17,6 +18,7 @@ struct ServerAddress
     std::string server; ///< HOST or HOST:PORT
     std::string caFile; ///< the certificates of whom to trust
     long timeout = 0;   ///< seconds for each question
+    std::string proxy;  ///< HOST:PORT; empty for none
 };
 
 /// The verdicts of a reputation server. Each asker has a session of its own, all of them with one client, and every
@@ -26,9 +28,11 @@ class ServerVerdicts : public Verdicts
 public:
     /// @param log     the one that the client writes to
     /// @param client  not configured yet
+    /// @param ticket  for the proxy; null if it asks for none. It is renewed when questions are not answered at all
     ServerVerdicts(std::unique_ptr<programs::QueryLog> log,
                    std::unique_ptr<TAV::ICurlWrapper> client,
-                   ServerAddress address);
+                   ServerAddress address,
+                   std::unique_ptr<TicketDuringScan> ticket = nullptr);
 
     /// Closes the sessions: nobody asks any more.
     ~ServerVerdicts() override;
@@ -38,9 +42,22 @@ public:
     Opinion ask(const std::string& sha256, std::size_t asker) override;
 
 private:
+    /// What a question led to.
+    struct Reply
+    {
+        bool isSuccess = false;
+        bool isAnswered = false; ///< with any status
+        std::string body;
+        std::string cause; ///< why it is no success
+        AskTimes times;
+    };
+
     Opinion askServer(const std::string& sha256, std::size_t asker);
+    Reply send(const std::string& question, std::size_t asker);
+    Reply sendWithTicket(const std::string& question, std::size_t asker);
 
     std::unique_ptr<programs::QueryLog> m_log;
+    std::unique_ptr<TicketDuringScan> m_ticket;
     std::unique_ptr<TAV::ICurlWrapper> m_client;
     ServerAddress m_address;
     std::vector<std::string> m_obstacles; ///< one per asker: why it has no session, empty if it has one

@@ -133,7 +133,7 @@ protected:
         m_log = log.get();
         m_client = client.get();
         m_verdicts = std::make_unique<ServerVerdicts>(
-            std::move(log), std::move(client), endpointscan::ServerAddress{"host:1", "/ca.pem", 7});
+            std::move(log), std::move(client), endpointscan::ServerAddress{"host:1", "/ca.pem", 7, ""});
     }
 
     /// Makes each query fail, with these lines as the client logs them.

@@ -14,7 +14,7 @@ namespace tavctl
 namespace
 {
 
-constexpr std::array<Registration, 10> kSubcommands{
+constexpr std::array<Registration, 11> kSubcommands{
     registerMime,
     registerChecksum,
     registerHmac,
@@ -24,6 +24,7 @@ constexpr std::array<Registration, 10> kSubcommands{
     registerArchive,
     registerCpuLimit,
     registerQuery,
+    registerKrb,
     registerDoctor,
 };
 

@@ -54,6 +54,7 @@ void registerCapture(CLI::App& app, Action& chosen);
 void registerArchive(CLI::App& app, Action& chosen);
 void registerCpuLimit(CLI::App& app, Action& chosen);
 void registerQuery(CLI::App& app, Action& chosen);
+void registerKrb(CLI::App& app, Action& chosen);
 void registerDoctor(CLI::App& app, Action& chosen);
 
 } // namespace tavctl

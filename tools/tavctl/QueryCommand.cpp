@@ -4,6 +4,7 @@
 #include <memory>
 #include <vector>
 
+#include "common/KrbTicket.h"
 #include "common/Password.h"
 #include "common/QueryText.h"
 #include "common/StandardDescriptors.h"
@@ -32,7 +33,9 @@ constexpr const char* kExamples =
     "  tavctl query --server localhost:8443 --ca ca.pem --data '{\"sha256\": \"...\"}'\n"
     "  tavctl query --server localhost:8443 --ca ca.pem --header 'X-Client: me' --data-file request.json --repeat 100\n"
     "  tavctl query --server www.example.org --ca ca.pem --proxy proxy:3128 --proxy-user me --proxy-password-file "
-    "pw.txt";
+    "pw.txt\n"
+    "  tavctl query --server www.example.org --ca ca.pem --proxy proxy:3128 --krb-principal me@EXAMPLE.COM "
+    "--krb-password-file pw.txt";
 
 constexpr unsigned long kSession = 1;
 constexpr long kDefaultTimeout = 30;
@@ -51,6 +54,7 @@ struct Options
     std::string proxyUser;
     programs::SecretSource proxyPassword;
     bool useTunnel = false;
+    programs::KrbAccount account; ///< whose ticket the proxy gets
     long timeout = kDefaultTimeout;
     unsigned int repetitions = 1;
     bool ignoreHost = false;
@@ -78,6 +82,8 @@ void check(const Options& options, const Context& context)
         throw UsageError("query: --proxy-user: a colon would begin the password");
     if (!options.proxyUser.empty() && !options.proxyPassword.isGiven())
         throw UsageError("query: --proxy-user: tell where its password comes from");
+    if (options.account.isGiven() && !options.account.password.isGiven())
+        throw UsageError("query: --krb-principal: tell where its password comes from");
     if (options.output == "-" && context.console.isJson())
         throw UsageError("query: --output - leaves no place for --json");
     const std::string obstacle = options.caFile.empty() ? "" : obstacleToRead(options.caFile);
@@ -105,6 +111,18 @@ TAV::TAVQueryConfig configOf(const Options& options)
     config.proxyCredentials = credentialsOf(options);
     config.proxyTunnel = options.useTunnel ? 1 : 0;
     return config;
+}
+
+/// A ticket for the proxy, if it is to have one.
+std::unique_ptr<programs::KrbTicket> ticketFor(const Options& options, Context& context)
+{
+    if (!options.account.isGiven())
+        return nullptr;
+    auto ticket = std::make_unique<programs::KrbTicket>(context.logger, options.account);
+    const programs::KrbRenewal renewal = ticket->renew();
+    if (!renewal.isRenewed)
+        throw Failure("query: " + renewal.obstacle(ticket->principal()) + ". " + renewal.failure.advice);
+    return ticket;
 }
 
 QueryReport send(const Options& options, const std::string& body, Context& context)
@@ -146,6 +164,7 @@ int queryAndTell(const Options& options, Context& context)
 {
     check(options, context);
     const std::string body = options.dataFile.empty() ? options.data : readInput(options.dataFile);
+    const std::unique_ptr<programs::KrbTicket> ticket = ticketFor(options, context);
     const QueryReport report = send(options, body, context);
     if (options.output == "-")
         context.console.write(report.body);
@@ -172,6 +191,25 @@ void addBody(CLI::App& command, Options& options)
     body->require_option(0, 1);
 }
 
+void addKerberos(CLI::App& command, programs::KrbAccount& account, CLI::Option* proxy)
+{
+    CLI::Option* principal =
+        command
+            .add_option("--krb-principal", account.principal, "The account, USER@REALM, whose ticket the proxy gets")
+            ->check([](const std::string& name) { return std::string(name.empty() ? "the name is missing" : ""); })
+            ->needs(proxy);
+    CLI::Option_group* password =
+        command.add_option_group("Kerberos password", "Where the account's password comes from");
+    password->add_option("--krb-password-file", account.password.file, "A file that holds it")->needs(principal);
+    password->add_flag("--krb-password-prompt", account.password.prompt, "Ask on the terminal")->needs(principal);
+    password->require_option(0, 1);
+    command
+        .add_option("--krb-keytab", account.keytab, "Where its keytab is while this runs; a private place if missing")
+        ->needs(principal);
+    command.add_option("--krb-cache", account.cache, "Where its tickets are while this runs; the same")
+        ->needs(principal);
+}
+
 void addProxy(CLI::App& command, Options& options)
 {
     CLI::Option* proxy = command.add_option("--proxy", options.proxy, "HOST:PORT or URL of a proxy; none if missing");
@@ -183,6 +221,7 @@ void addProxy(CLI::App& command, Options& options)
         ->needs(user);
     password->add_flag("--proxy-password-prompt", options.proxyPassword.prompt, "Ask on the terminal")->needs(user);
     password->require_option(0, 1);
+    addKerberos(command, options.account, proxy);
 }
 
 } // namespace
