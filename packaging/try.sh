@@ -36,7 +36,7 @@ expect() {
 }
 
 say "programs"
-install tavutils-tools
+install libtavutils1 libtavsystemutils1 tavutils-tools
 ! dpkg -s libtavutils-dev >/dev/null 2>&1 || die "the programs brought the development files along"
 version=$(dpkg-query -W -f '${Version}' tavutils-tools | sed 's/-[^-]*$//')
 expect "tavctl $version" tavctl --version

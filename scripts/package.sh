@@ -35,7 +35,9 @@ build_packages() {
 
 check_packages() {
   say "lintian"
-  lintian --allow-root --no-cfg --fail-on error,warning --info "$PACKAGE_DIR"/*.changes ||
+  # The one left out asks for the bug that announces a package to Debian; these are not part of it.
+  lintian --allow-root --no-cfg --fail-on error,warning --info --suppress-tags initial-upload-closes-no-bugs \
+    "$PACKAGE_DIR"/*.changes ||
     die "lintian found something (see above)"
 }
 
@@ -53,6 +55,7 @@ use_packages() {
   # shellcheck disable=SC2046 # a proxy that apt has been told of, as name=value
   as_root env $(proxy_of_apt) unshare --mount --propagation private --pid --fork --kill-child \
     sh scripts/package-root.sh "$PACKAGE_DIR" || die "the packages did not work in a clean root (see above)"
+  say "The packages work in a clean root."
 }
 
 proxy_of_apt() {
