@@ -41,6 +41,7 @@ install libtavutils1 libtavsystemutils1 tavutils-tools
 version=$(dpkg-query -W -f '${Version}' tavutils-tools | sed 's/-[^-]*$//')
 expect "tavctl $version" tavctl --version
 expect "endpoint_scan $version" endpoint_scan --version
+expect "reputation_server $version" reputation_server --version
 printf abc >abc
 expect ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad tavctl checksum abc
 expect text/plain tavctl mime abc
