@@ -1,9 +1,12 @@
-# tav_add_test(NAME [TOGETHER] SOURCES source... [LIBRARIES library...] [TIMEOUT seconds])
+# All test programs in which several threads run, whose tests have the label "threads".
+add_custom_target(tav_threaded_tests)
+
+# tav_add_test(NAME [TOGETHER] [THREADS] SOURCES source... [LIBRARIES library...] [TIMEOUT seconds])
 #
 # Makes one test program of GoogleTest cases and registers each case with CTest. Under a sanitizer, cases that may share
 # a process (TOGETHER) are registered as one test: starting and ending a process takes much longer there than a case.
 function(tav_add_test name)
-  cmake_parse_arguments(ARG "TOGETHER" "TIMEOUT" "SOURCES;LIBRARIES" ${ARGN})
+  cmake_parse_arguments(ARG "TOGETHER;THREADS" "TIMEOUT" "SOURCES;LIBRARIES" ${ARGN})
   if(NOT ARG_TIMEOUT)
     set(ARG_TIMEOUT 120)
   endif()
@@ -12,18 +15,23 @@ function(tav_add_test name)
   if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
     target_precompile_headers(${name} REUSE_FROM tav_test_support)
   endif()
+  set(label)
+  if(ARG_THREADS)
+    add_dependencies(tav_threaded_tests ${name})
+    set(label LABELS threads)
+  endif()
   if(ARG_TOGETHER AND TAVUTILS_SANITIZE)
     add_test(NAME ${name} COMMAND ${name})
     set_tests_properties(
       ${name}
-      PROPERTIES TIMEOUT 600 ENVIRONMENT "${TAV_TEST_ENVIRONMENT}" SKIP_REGULAR_EXPRESSION "\\[  SKIPPED \\] [0-9]+ test")
+      PROPERTIES ${label} TIMEOUT 600 ENVIRONMENT "${TAV_TEST_ENVIRONMENT}" SKIP_REGULAR_EXPRESSION "\\[  SKIPPED \\] [0-9]+ test")
     return()
   endif()
   gtest_discover_tests(
     ${name}
     TEST_LIST ${name}_tests
     DISCOVERY_TIMEOUT 60
-    PROPERTIES TIMEOUT ${ARG_TIMEOUT})
+    PROPERTIES ${label} TIMEOUT ${ARG_TIMEOUT})
   # Discovery would tear the list apart, so that only its first variable were set.
   set(script "${CMAKE_CURRENT_BINARY_DIR}/${name}_environment.cmake")
   file(

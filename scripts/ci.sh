@@ -1,8 +1,9 @@
 # shellcheck shell=sh
 # ./dev ci: everything that a change must pass, the quickest to fail first. Sourced by ./dev.
 #
-# Each compiler and each sanitizer builds everything at least once: g++ the everyday build, clang those of the sanitizers,
-# which it compiles in much less time. The release build is of what is delivered and of the checks on it.
+# g++ builds everything for every day, and clang for the address sanitizer, which it compiles in much less time. The rest
+# is of what it is about: clang-tidy looks at what is delivered, the release build is of that and of the checks on it, and
+# the thread sanitizer watches the tests that have threads. ./dev lint and ./dev tsan look at everything.
 
 CI=true
 export CI
@@ -27,13 +28,21 @@ install_everything() {
 # A subshell each: these are scripts, which may set what they like.
 check_format() (. scripts/format.sh)
 check_docs() (. scripts/docs.sh)
-check_lint() (. scripts/lint.sh)
+check_lint() (
+  set -- src tools examples
+  . scripts/lint.sh
+)
 check_abi() (. scripts/abi.sh)
 
 release_tests() {
   build_preset release --target tav_sanity_subjects tav_bench
   run_tests release -L sanity
   check_abi --check
+}
+
+threaded_tests() {
+  build_preset clang-tsan --target tav_threaded_tests
+  run_tests clang-tsan -L threads
 }
 
 # Adds up what the test runner noted for each build.
@@ -48,10 +57,10 @@ step "packages" install_everything
 step "layout" check_format --check
 step "build and tests" cmd_test
 step "reference documentation" check_docs
-step "lint" check_lint
+step "lint of what is delivered" check_lint
 step "release build: hardening, exports, installation, binary interface" release_tests
 step "clang, with the address, leak and undefined-behaviour sanitizers" cmd_asan --clang
-step "clang, with the thread sanitizer" cmd_tsan --clang
+step "clang, with the thread sanitizer: the tests that have threads" threaded_tests
 
 printf '\nAll steps passed in %d s. Tests of all builds together:\n' $(($(date +%s) - started))
 count_results

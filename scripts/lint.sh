@@ -1,7 +1,10 @@
 # shellcheck shell=sh
-# ./dev lint: shellcheck, the layout and clang-tidy. Sourced by ./dev.
+# ./dev lint [FOLDER...]: shellcheck, the layout and clang-tidy, which looks at all folders or at those. Sourced by ./dev.
 
 need build programs test lint
+
+[ $# -gt 0 ] || set -- src tools examples tests docs
+folders=$(echo "$*" | tr ' ' '|')
 
 say "shellcheck"
 own_scripts | xargs shellcheck -x
@@ -12,7 +15,7 @@ own_sources | xargs clang-format --dry-run -Werror || die "./dev format mends th
 # The compile commands are those of the everyday build; clang understands all its flags.
 say "clang-tidy"
 configure_preset dev
-run-clang-tidy -quiet -j "$JOBS" -p build/dev "^$PWD/(src|tools|examples|bench|tests|docs)/" \
+run-clang-tidy -quiet -j "$JOBS" -p build/dev "^$PWD/($folders)/" \
   >build/clang-tidy.log 2>build/clang-tidy.err || {
   grep -E -A 8 '(warning|error):' build/clang-tidy.log >&2 || cat build/clang-tidy.err >&2
   die "clang-tidy found something (see above; all of it is in build/clang-tidy.log)"
