@@ -220,7 +220,7 @@ INSTANTIATE_TEST_SUITE_P(
 CheckCase proc(const char* name, const std::string& options, State state, const char* text, const char* advice = "")
 {
     const auto arrange = [options](FakeHost& h, Questions&)
-    { h.files["/proc/self/mounts"] = "proc /other/proc proc rw,hidepid=2 0 0\nproc /proc proc " + options + " 0 0\n"; };
+    { h.files["/proc/self/mounts"] = "proc /proc proc " + options + " 0 0\nproc /other/proc proc rw,hidepid=4 0 0\n"; };
     return {name, checkHidepid, arrange, state, text, advice};
 }
 

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <sys/resource.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <cstdlib>
 
@@ -57,6 +59,12 @@ TEST_F(SystemHostTest, TellsItsLimitsKernelAndVariables)
     EXPECT_EQ(host.environment("TAV_DOCTOR_NOT_SET"), std::nullopt);
     EXPECT_NE(host.kernelRelease().find('.'), std::string::npos);
     EXPECT_GT(host.now(), 0);
+}
+
+TEST_F(SystemHostTest, KnowsWhetherCloseRangeWorks)
+{
+    constexpr unsigned int kNeverOpen = 0x7ffffff0;
+    EXPECT_EQ(host.closeRangeError() == 0, ::syscall(SYS_close_range, kNeverOpen, kNeverOpen, 0U) == 0);
 }
 
 TEST_F(SystemHostTest, RunsProgramsOfAnyOutput)
