@@ -19,7 +19,9 @@ int main(int argc, char** argv)
         if (std::filesystem::is_regular_file(argv[i], error) &&
             ssl.getChecksumValues(argv[i], TAV::INPUT_FILE_PATH, md5, sha1, sha256))
         {
-            std::cout << argv[i] << "\n  md5     " << md5 << "\n  sha1    " << sha1 << "\n  sha256  " << sha256 << "\n";
+            std::cout << "MD5 (" << argv[i] << ") = " << md5 << "\n";
+            std::cout << "SHA1 (" << argv[i] << ") = " << sha1 << "\n";
+            std::cout << "SHA256 (" << argv[i] << ") = " << sha256 << "\n";
         }
         else
         {

@@ -57,9 +57,9 @@ TEST_F(ServiceExampleTest, ChecksumsTellThreeOfEachFile)
 
     EXPECT_EQ(result.exitCode, 0) << result.err;
     EXPECT_EQ(result.out,
-              file + "\n  md5     900150983cd24fb0d6963f7d28e17f72\n"
-                     "  sha1    a9993e364706816aba3e25717850c26c9cd0d89d\n"
-                     "  sha256  ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad\n");
+              "MD5 (" + file + ") = 900150983cd24fb0d6963f7d28e17f72\n" + "SHA1 (" + file +
+                  ") = a9993e364706816aba3e25717850c26c9cd0d89d\n" + "SHA256 (" + file +
+                  ") = ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad\n");
 }
 
 TEST_F(ServiceExampleTest, ChecksumsPassOverWhatIsNoFile)
