@@ -310,7 +310,8 @@ TEST_F(KrbCommandTest, RunHandsSignalsOnAndCleansUp)
     run.argv = account("run");
     run.argv.insert(run.argv.begin(), {TAVCTL, "krb"});
     run.argv.insert(run.argv.end(), {"--", "sh", "-c"});
-    run.argv.push_back("trap 'echo got it; exit 5' TERM; kill -TERM $PPID; while :; do sleep 0.01; done");
+    run.argv.push_back("trap 'echo got it; exit 5' TERM; kill -TERM $PPID; i=0; while [ $i -lt 1000 ]; do i=$((i + "
+                       "1)); sleep 0.01; done");
     run.environment = {{"TMPDIR", m_temporary.path()}, {"KRB5_CONFIG", m_kdc->clientConfig()}};
     const ProgramResult result = run.run();
     EXPECT_EQ(result.exitCode, 5) << result.err;

@@ -193,6 +193,7 @@ class KrbFilesTest : public ::testing::Test
 {
 protected:
     KrbFilesTest() { ::setenv("TMPDIR", m_place.path().c_str(), 1); }
+    ~KrbFilesTest() override { ::unsetenv("TMPDIR"); }
 
     TemporaryDirectory m_place;
 };
