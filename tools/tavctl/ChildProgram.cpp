@@ -80,6 +80,7 @@ become(const std::vector<std::string>& argv, const struct rlimit& coreLimit, con
     blocked.end();
     ::setrlimit(RLIMIT_CORE, &coreLimit);
     std::vector<char*> arguments;
+    arguments.reserve(argv.size() + 1);
     for (const std::string& argument : argv)
         arguments.push_back(const_cast<char*>(argument.c_str()));
     arguments.push_back(nullptr);
