@@ -51,7 +51,6 @@ list_packages() {
 # use_packages: all that needs root, in name spaces of its own, so that no mount and no process is left behind.
 use_packages() {
   say "Using the packages in a clean root"
-  require_root "./dev package"
   # shellcheck disable=SC2046 # a proxy that apt has been told of, as name=value
   as_root env $(proxy_of_apt) unshare --mount --propagation private --pid --fork --kill-child \
     sh scripts/package-root.sh "$PACKAGE_DIR" || die "the packages did not work in a clean root (see above)"
@@ -70,8 +69,12 @@ case $package_mode in
   *) die "usage: ./dev package [--build-only|--fresh]" ;;
 esac
 need build programs package
+if [ "$package_mode" != --build-only ]; then
+  (require_root "./dev package" 2>/dev/null) ||
+    die "using the packages in a clean root needs root, and sudo is not to be had here.
+     ./dev package --build-only builds and checks them; ask an administrator to run ./dev package."
+fi
 if [ "$package_mode" = --fresh ]; then
-  require_root "rm -rf $PACKAGE_DIR"
   as_root rm -rf --one-file-system "$PACKAGE_DIR"
 fi
 copy_source
