@@ -17,7 +17,7 @@ try
         std::cerr << "usage: query HOST:PORT CA-FILE TEXT...\n";
         return 2;
     }
-    std::signal(SIGPIPE, SIG_IGN);
+    static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
     PrintingLogger logger;
     TAV::CurlWrapper client(logger, std::make_shared<TAV::CurlAPIUtility>()); // one, before threads start
     TAV::TAVQueryConfig config;
