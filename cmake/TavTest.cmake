@@ -1,4 +1,4 @@
-# All test programs in which several threads run, whose tests have the label "threads".
+# The test programs that are there for what several threads do to each other; their tests have the label "threads".
 add_custom_target(tav_threaded_tests)
 
 # tav_add_test(NAME [TOGETHER] [THREADS] SOURCES source... [LIBRARIES library...] [TIMEOUT seconds])

@@ -2,7 +2,7 @@
 # ./dev ci: everything that a change must pass, the quickest to fail first. Sourced by ./dev.
 #
 # g++ builds everything for every day, and clang for the address sanitizer, which it compiles in much less time. The rest
-# is of what it is about: clang-tidy looks at what is delivered, the release build is of that and of the checks on it, and
+# is of what it is about: clang-tidy looks at the libraries, the release build is of that and of the checks on it, and
 # the thread sanitizer watches the tests that have threads. ./dev lint and ./dev tsan look at everything.
 
 CI=true
@@ -29,7 +29,7 @@ install_everything() {
 check_format() (. scripts/format.sh)
 check_docs() (. scripts/docs.sh)
 check_lint() (
-  set -- src tools examples
+  set -- src
   . scripts/lint.sh
 )
 check_abi() (. scripts/abi.sh)
@@ -57,7 +57,7 @@ step "packages" install_everything
 step "layout" check_format --check
 step "build and tests" cmd_test
 step "reference documentation" check_docs
-step "lint of what is delivered" check_lint
+step "lint of the libraries" check_lint
 step "release build: hardening, exports, installation, binary interface" release_tests
 step "clang, with the address, leak and undefined-behaviour sanitizers" cmd_asan --clang
 step "clang, with the thread sanitizer: the tests that have threads" threaded_tests
