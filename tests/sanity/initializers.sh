@@ -4,7 +4,8 @@ set -eu
 library=$1
 shift
 
-found=$(nm "$library" | sed -n 's/.* _GLOBAL__sub_I_//p' | sort)
+# An optimising compiler cuts off the part of a function that hardly ever runs, as another one with this ending.
+found=$(nm "$library" | sed -n 's/.* _GLOBAL__sub_I_//p' | grep -v '\.cold$' | sort)
 wanted=$(for source in "$@"; do echo "$source"; done | sort)
 if [ "$found" != "$wanted" ]; then
   printf '%s constructs something at load for:\n%s\ninstead of only for:\n%s\n' "$library" "$found" "$wanted" >&2
