@@ -18,6 +18,16 @@ take_snapshots() {
       "build/release/src/$library.so" || die "the binary interface of $library could not be read (see above)"
     sed -i "s|path='$PWD/|path='|" "$1/$library.abi"
   done
+  require_interfaces "$1/libtavutils.abi"
+}
+
+# require_interfaces SNAPSHOT: a class that is only declared there would compare as equal to anything.
+require_interfaces() {
+  # shellcheck disable=SC2013 # names without blanks
+  for interface in $(sed -n 's/^class TAV_EXPORT \(I[A-Za-z]*\)$/\1/p' include/tav/I*.h); do
+    grep -q "<class-decl name='$interface' size-in-bits=" "$1" ||
+      die "the debug information lacks the virtual table of $interface (see the compile options in src/CMakeLists.txt)"
+  done
 }
 
 check_snapshots() {
