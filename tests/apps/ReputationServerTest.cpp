@@ -1,5 +1,8 @@
+#include <arpa/inet.h>
 #include <gmock/gmock.h>
-#include <sys/stat.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <filesystem>
@@ -20,6 +23,13 @@ namespace
 {
 
 const std::string kBad(64, 'b');
+
+/// A server that ought to refuse to start. One that starts all the same ends soon, whatever becomes of the test.
+ProgramResult started(std::vector<std::string> arguments)
+{
+    arguments.insert(arguments.begin(), {"/usr/bin/timeout", "20", REPUTATION_SERVER});
+    return runProgram(std::move(arguments));
+}
 
 /// One request with the library's client.
 ProgramResult asked(const std::string& address, const std::string& caFile, std::vector<std::string> arguments)
@@ -86,6 +96,30 @@ TEST(ReputationServerTest, ListensOnOneLoopbackAddressOnly)
     EXPECT_THAT(result.out, HasSubstr("Couldn't connect to server"));
 }
 
+/// Connects and says nothing.
+int idleConnection(const std::string& port)
+{
+    struct sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_port = htons(static_cast<std::uint16_t>(std::stoul(port)));
+    const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    return ::connect(fd, reinterpret_cast<struct sockaddr*>(&address), sizeof(address)) == 0 ? fd : -1;
+}
+
+TEST(ReputationServerTest, LetsNoConnectionWaitForAnother)
+{
+    const ReputationProcess server;
+    std::vector<int> idle;
+    for (int i = 0; i < 30; ++i) // more than a pool would have threads for
+        idle.push_back(idleConnection(server.address().substr(server.address().find(':') + 1)));
+    EXPECT_THAT(idle, ::testing::Each(::testing::Ge(0)));
+    EXPECT_EQ(asked(server.address(), server.caFile(), {"--data", kBad, "--timeout", "4"}).exitCode, 0)
+        << "the server gives silent connections up after 5 s";
+    for (const int fd : idle)
+        ::close(fd);
+}
+
 TEST(ReputationServerTest, FailsAndWaitsWhenToldTo)
 {
     const ReputationProcess server({}, {"--fail-every", "2", "--delay", "20"});
@@ -102,7 +136,7 @@ TEST(ReputationServerTest, PrintsWhereItListensAndClearsUpAtSigterm)
     ProgramRun run;
     run.directory = place.path();
     run.environment["TMPDIR"] = place.path();
-    const std::string script = "\"$0\" >out & pid=$!;"
+    const std::string script = "timeout 60 \"$0\" >out & pid=$!;"
                                "until [ -s out ] || ! kill -0 $pid; do sleep 0.01; done; read -r port ca <out;"
                                "cat out; stat -c %a \"${ca%/*}\"; kill $pid; wait $pid; echo code $?; echo left *";
     run.argv = {"/bin/sh", "-c", script, REPUTATION_SERVER};
@@ -134,7 +168,7 @@ TEST(ReputationServerTest, DoesNotShareAPort)
 {
     const ReputationProcess server;
     const std::string address = server.address();
-    const ProgramResult result = runProgram({REPUTATION_SERVER, "--port", address.substr(address.find(':') + 1)});
+    const ProgramResult result = started({"--port", address.substr(address.find(':') + 1)});
     EXPECT_EQ(result.exitCode, 1);
     EXPECT_THAT(result.err, HasSubstr("Address already in use"));
     EXPECT_THAT(result.out, IsEmpty());
@@ -157,15 +191,13 @@ TEST(ReputationServerTest, RefusesBadArguments)
                           Case{{"--list", bad}, "bad:1: not a SHA-256 digest"},
                           Case{{"--list", place.file("missing")}, "No such file"}})
     {
-        std::vector<std::string> argv = c.arguments;
-        argv.insert(argv.begin(), REPUTATION_SERVER);
-        const ProgramResult result = runProgram(argv);
+        const ProgramResult result = started(c.arguments);
         EXPECT_EQ(result.exitCode, 2) << c.reason;
         EXPECT_THAT(result.err, HasSubstr(c.reason));
     }
-    EXPECT_EQ(runProgram({REPUTATION_SERVER, "--ready-file", place.file("no/where")}).exitCode, 1);
-    EXPECT_THAT(runProgram({REPUTATION_SERVER, "--help"}).out, HasSubstr("Examples:\n  "));
-    EXPECT_EQ(runProgram({REPUTATION_SERVER, "--version"}).out, "reputation_server " TAV_VERSION "\n");
+    EXPECT_EQ(started({"--ready-file", place.file("no/where")}).exitCode, 1);
+    EXPECT_THAT(started({"--help"}).out, HasSubstr("Examples:\n  "));
+    EXPECT_EQ(started({"--version"}).out, "reputation_server " TAV_VERSION "\n");
 }
 
 } // namespace

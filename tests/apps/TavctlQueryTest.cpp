@@ -94,7 +94,7 @@ TEST_F(TavctlQueryTest, KeepsEveryByteOfTheAnswer)
 {
     const std::string bytes("\0\xff\x1b\n\r\n\0", 7);
     m_server.respondWith([bytes](const std::string&) { return ok(bytes); });
-    const std::string file = m_place.file("out");
+    const std::string file = m_place.write("out", "a former content, longer than the new one");
     const ProgramResult result = query({"--output", file});
     EXPECT_EQ(readFile(file), bytes);
     EXPECT_THAT(result.out, HasSubstr("body     7 bytes into " + file + "\n"));
