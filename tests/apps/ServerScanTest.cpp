@@ -65,21 +65,23 @@ protected:
         return digests;
     }
 
-    ProgramRun scanning(const std::string& server, const std::string& caFile, const std::string& threads = "4") const
+    /// @param timeOut  seconds; so many unless the test is about it that no busy machine reaches them
+    ProgramRun scanning(const std::string& server,
+                        const std::string& caFile,
+                        const std::string& threads = "4",
+                        const std::string& timeOut = "60") const
     {
         ProgramRun run;
         run.argv = {ENDPOINT_SCAN, "scan", tree(), "--server", server, "--ca", caFile, "--threads", threads};
         run.argv.insert(run.argv.end(), {"--quarantine", m_place.file("q"), "--password-file", m_place.file("pw")});
-        run.argv.insert(run.argv.end(), {"--json", m_place.file("report.json")});
+        run.argv.insert(run.argv.end(), {"--json", m_place.file("report.json"), "--timeout", timeOut});
         return run;
     }
 
     template <typename Server>
-    ProgramResult scanned(const Server& server, std::vector<std::string> more = {}) const
+    ProgramResult scanned(const Server& server) const
     {
-        ProgramRun run = scanning(server.address(), server.caFile());
-        run.argv.insert(run.argv.end(), more.begin(), more.end());
-        return run.run();
+        return scanning(server.address(), server.caFile()).run();
     }
 
     json report() const { return json::parse(readFile(m_place.file("report.json"))); }
@@ -167,7 +169,7 @@ TEST_F(ServerScanTest, ASlowServerIsNotWaitedForBeyondTheTimeOut)
 {
     addMany(4, 0);
     const ReputationProcess server({}, {"--delay", "3600000"});
-    EXPECT_EQ(scanned(server, {"--timeout", "1"}).exitCode, 6);
+    EXPECT_EQ(scanning(server.address(), server.caFile(), "4", "1").run().exitCode, 6);
     EXPECT_EQ(countUnknownFor("no answer: Timeout was reached"), 4U);
 }
 
@@ -241,7 +243,7 @@ TEST_P(WrongServerScanTest, ReportsTheReasonForEveryFile)
 {
     addMany(3, 0);
     const RawServer server([](const std::string&) { return GetParam().answer; });
-    const ProgramResult result = scanned(server, {"--timeout", "5"});
+    const ProgramResult result = scanned(server);
     EXPECT_EQ(result.exitCode, 6) << result.err;
     EXPECT_EQ(countUnknownFor(GetParam().reason), 3U) << result.out;
 }
