@@ -268,7 +268,7 @@ TEST_F(ExchangeTest, SuccessOutlivesATimeOutInTheBody)
     EXPECT_TRUE(isSuccess(outcome));
     EXPECT_EQ(outcome.transfer, CURLE_OPERATION_TIMEDOUT);
     EXPECT_THAT(outcome.response, SizeIs(AllOf(Ge(1U), Lt(4000U))));
-    EXPECT_THAT(outcome.stats.totalTimeMs, Ge(1000));
+    EXPECT_THAT(outcome.stats.totalTimeMs, Ge(990)); // the limit of a second: libcurl rounds it
 }
 
 TEST_F(ExchangeTest, FailureKeepsItsStatusAfterATimeOutInTheBody)
