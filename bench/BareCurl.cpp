@@ -24,21 +24,23 @@ curl_slist* linesOf(const TAVHTTPHeader& header)
 
 } // namespace
 
-BareCurl::BareCurl(const TAVQueryConfig& config) : m_handle(curl_easy_init())
+void* BareCurl::open(const TAVQueryConfig& config)
 {
-    curl_easy_setopt(m_handle, CURLOPT_WRITEFUNCTION, &append);
-    curl_easy_setopt(m_handle, CURLOPT_TIMEOUT, config.timeout);
-    curl_easy_setopt(m_handle, CURLOPT_CUSTOMREQUEST, config.requestType.c_str());
-    curl_easy_setopt(m_handle, CURLOPT_URL, ("https://" + config.serverHost + "/1").c_str());
-    curl_easy_setopt(m_handle, CURLOPT_CAINFO, config.caCertPath.c_str());
-    curl_easy_setopt(m_handle, CURLOPT_SSL_VERIFYPEER, config.sslVerifyPeer);
-    curl_easy_setopt(m_handle, CURLOPT_SSL_VERIFYHOST, config.sslVerifyHost);
-    curl_easy_setopt(m_handle, CURLOPT_SSL_SESSIONID_CACHE, config.sslSessionIdCache);
-    curl_easy_setopt(m_handle, CURLOPT_SSLVERSION, CURL_SSLVERSION_TLSv1_2);
-    curl_easy_setopt(m_handle, CURLOPT_PROXYAUTH, CURLAUTH_ANY);
-    curl_easy_setopt(m_handle, CURLOPT_HTTPPROXYTUNNEL, config.proxyTunnel);
-    curl_easy_setopt(m_handle, CURLOPT_PROXY, config.proxyAddress.c_str());
-    curl_easy_setopt(m_handle, CURLOPT_PROXYUSERPWD, config.proxyCredentials.c_str());
+    void* handle = curl_easy_init();
+    curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, &append);
+    curl_easy_setopt(handle, CURLOPT_TIMEOUT, config.timeout);
+    curl_easy_setopt(handle, CURLOPT_CUSTOMREQUEST, config.requestType.c_str());
+    curl_easy_setopt(handle, CURLOPT_URL, ("https://" + config.serverHost + "/1").c_str());
+    curl_easy_setopt(handle, CURLOPT_CAINFO, config.caCertPath.c_str());
+    curl_easy_setopt(handle, CURLOPT_SSL_VERIFYPEER, config.sslVerifyPeer);
+    curl_easy_setopt(handle, CURLOPT_SSL_VERIFYHOST, config.sslVerifyHost);
+    curl_easy_setopt(handle, CURLOPT_SSL_SESSIONID_CACHE, config.sslSessionIdCache);
+    curl_easy_setopt(handle, CURLOPT_SSLVERSION, CURL_SSLVERSION_TLSv1_2);
+    curl_easy_setopt(handle, CURLOPT_PROXYAUTH, CURLAUTH_ANY);
+    curl_easy_setopt(handle, CURLOPT_HTTPPROXYTUNNEL, config.proxyTunnel);
+    curl_easy_setopt(handle, CURLOPT_PROXY, config.proxyAddress.c_str());
+    curl_easy_setopt(handle, CURLOPT_PROXYUSERPWD, config.proxyCredentials.c_str());
+    return handle;
 }
 
 BareCurl::~BareCurl()

@@ -12,7 +12,10 @@ namespace TAV::bench
 class BareCurl
 {
 public:
-    explicit BareCurl(const TAVQueryConfig& config);
+    /// A handle with the options of a session; the caller's to clean up.
+    static void* open(const TAVQueryConfig& config);
+
+    explicit BareCurl(const TAVQueryConfig& config) : m_handle(open(config)) {}
     BareCurl(const BareCurl&) = delete;
     BareCurl& operator=(const BareCurl&) = delete;
     ~BareCurl();

@@ -1,8 +1,14 @@
+#include <functional>
+#include <map>
 #include <memory>
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
+
+#include <boost/thread/lock_guard.hpp>
+#include <boost/thread/mutex.hpp>
 
 #include "BareCurl.h"
 #include "Cases.h"
@@ -22,6 +28,7 @@ namespace
 
 constexpr std::size_t kLargeBody = 10'000'000;
 constexpr int kQueriesPerThread = 100;
+constexpr const char* kPlain = "plain libcurl";
 constexpr const char* kQuestion = R"({"sha256": "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855"})";
 
 /// An nginx that answers with few bytes or, to the case "large", with many.
@@ -138,6 +145,17 @@ public:
         m_client.deInitSession(m_bare.size());
     }
     void openBarely() const { const BareCurl session(m_config); }
+    /// A bare handle, kept as the client keeps its sessions: in a table of owners that share the call layer.
+    void openIntoTable()
+    {
+        Owner session(nullptr, [api = m_api](void* handle) { api->curlEasyCleanup(handle); });
+        {
+            const boost::lock_guard<boost::mutex> lock(m_tableMutex);
+            session.reset(BareCurl::open(m_config));
+        }
+        m_table.emplace(m_bare.size(), std::move(session));
+        m_table.erase(m_bare.size());
+    }
 
     void queryOnce()
     {
@@ -154,11 +172,16 @@ public:
     }
 
 private:
+    using Owner = std::unique_ptr<void, std::function<void(void*)>>;
+
     Server m_server;
     TAVQueryConfig m_config;
     TAVHTTPHeader m_header;
     NoLogger m_logger;
-    CurlWrapper m_client{m_logger, std::make_shared<CurlAPIUtility>()};
+    std::shared_ptr<ICurlAPIUtility> m_api = std::make_shared<CurlAPIUtility>();
+    CurlWrapper m_client{m_logger, m_api};
+    std::map<unsigned long, Owner> m_table;
+    boost::mutex m_tableMutex;
     std::vector<std::unique_ptr<BareCurl>> m_bare;
     std::vector<LumoStats> m_stats;
     Work m_other;
@@ -174,7 +197,7 @@ std::function<std::shared_ptr<void>()> smallAnswers(const SceneWhileMeasured& sc
 
 Pair plainPair(const std::string& what, double target, const SceneWhileMeasured& scene)
 {
-    Pair pair{what, "plain libcurl", target};
+    Pair pair{what, kPlain, target};
     pair.ours = [scene] { scene->query(0); };
     pair.theirs = [scene] { scene->queryBarely(0); };
     pair.surroundings = smallAnswers(scene, 1);
@@ -216,12 +239,15 @@ void addLargeAnswer()
     compare(pair);
 }
 
-void addOpening(const char* what, double target, void (Scene::*ours)(), void (Scene::*theirs)() const)
+using Step = std::function<void(Scene&)>;
+
+void addOpening(const char* what, const char* peer, double target, const Step& ours, const Step& theirs)
 {
     const SceneWhileMeasured scene;
     Pair pair = plainPair(what, target, scene);
-    pair.ours = [scene, ours] { ((*scene).*ours)(); };
-    pair.theirs = [scene, theirs] { ((*scene).*theirs)(); };
+    pair.peer = peer;
+    pair.ours = [scene, ours] { ours(*scene); };
+    pair.theirs = [scene, theirs] { theirs(*scene); };
     compare(pair);
 }
 
@@ -238,8 +264,10 @@ void addQueryCases()
     for (const unsigned int threads : {1U, 2U, 4U})
         addThreads(threads);
     addLargeAnswer();
-    addOpening("open and close a session", 1.05, &Scene::open, &Scene::openBarely);
-    addOpening("open, connect, ask and close", kNoTarget, &Scene::queryOnce, &Scene::queryOnceBarely);
+    addOpening("open and close a session", kPlain, 1.05, &Scene::open, &Scene::openBarely);
+    addOpening(
+        "open and close a session", "plain libcurl in such a table", kAsFast, &Scene::open, &Scene::openIntoTable);
+    addOpening("open, connect, ask and close", kPlain, kNoTarget, &Scene::queryOnce, &Scene::queryOnceBarely);
 }
 
 } // namespace TAV::bench
