@@ -8,16 +8,20 @@ include(CMakePackageConfigHelpers)
 set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME Development)
 set(TAV_CMAKE_DIR "${CMAKE_INSTALL_LIBDIR}/cmake/tavutils")
 
+# The parts that are headers alone, each in a folder of its name.
 set(TAV_WITHOUT)
-set(TAV_LOGGING)
-if(TAVUTILS_BUILD_LOGGING)
-  set(TAV_LOGGING tavlogging)
-else()
-  list(APPEND TAV_WITHOUT PATTERN logging EXCLUDE)
-endif()
+set(TAV_PARTS)
+foreach(part logging testing)
+  string(TOUPPER ${part} option)
+  if(TAVUTILS_BUILD_${option})
+    list(APPEND TAV_PARTS tav${part})
+  else()
+    list(APPEND TAV_WITHOUT PATTERN ${part} EXCLUDE)
+  endif()
+endforeach()
 install(DIRECTORY "${PROJECT_SOURCE_DIR}/include/tav" DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}" ${TAV_WITHOUT})
 install(
-  TARGETS tavutils ${TAV_LOGGING}
+  TARGETS tavutils ${TAV_PARTS}
   EXPORT tavutilsTargets
   LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}"
           COMPONENT Runtime
@@ -52,7 +56,7 @@ else()
   string(REGEX REPLACE "/$" "" up "${up}")
   cmake_path(APPEND TAV_PC_PREFIX "\${pcfiledir}" "${up}")
 endif()
-foreach(name tavutils tavsystemutils ${TAV_LOGGING})
+foreach(name tavutils tavsystemutils ${TAV_PARTS})
   configure_file("${CMAKE_CURRENT_LIST_DIR}/${name}.pc.in" "${PROJECT_BINARY_DIR}/${name}.pc" @ONLY)
   install(FILES "${PROJECT_BINARY_DIR}/${name}.pc" DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
 endforeach()

@@ -15,7 +15,7 @@ for folder in src/*/; do
 done
 
 # A public header includes public headers only.
-if grep -nE '^ *# *include "' include/tav/*.h | grep -vE 'include "tav/[A-Za-z0-9/]+\.h"' >&2; then
+if grep -rnE '^ *# *include "' include/tav | grep -vE 'include "tav/[A-Za-z0-9/]+\.h"' >&2; then
   failed=1
 fi
 exit $failed
