@@ -6,7 +6,7 @@
 #include <memory>
 #include <optional>
 
-#include "FakeMagic.h"
+#include "LibmagicDouble.h"
 #include "tav/FMXException.h"
 
 namespace TAV
@@ -14,7 +14,7 @@ namespace TAV
 namespace
 {
 
-using test::FakeMagic;
+using test::LibmagicDouble;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -35,48 +35,48 @@ std::optional<FMXException> exceptionOf(const Call& call)
 class MagicUtilsTest : public testing::Test
 {
 protected:
-    FakeMagic fake;
+    LibmagicDouble libmagic;
     MagicUtils magic;
 };
 
 TEST_F(MagicUtilsTest, ConstructionCallsNothing)
 {
-    EXPECT_THAT(fake.calls, IsEmpty());
+    EXPECT_THAT(libmagic.calls, IsEmpty());
 }
 
 TEST_F(MagicUtilsTest, OpenAsksForTheMimeTypeAlone)
 {
     EXPECT_FALSE(exceptionOf([&] { magic.magicOpen(); }));
-    EXPECT_THAT(fake.calls, ElementsAre("open(16)"));
+    EXPECT_THAT(libmagic.calls, ElementsAre("open(16)"));
 }
 
 TEST_F(MagicUtilsTest, OpenThrowsCodeOneWhenNoInstanceCanBeMade)
 {
-    fake.openAnswer = nullptr;
+    libmagic.openAnswer = nullptr;
     const auto exception = exceptionOf([&] { magic.magicOpen(); });
     ASSERT_TRUE(exception);
     EXPECT_EQ(exception->code, 1);
     EXPECT_EQ(exception->message, "Failed to create magic instance");
-    EXPECT_THAT(fake.calls, ElementsAre("open(16)"));
+    EXPECT_THAT(libmagic.calls, ElementsAre("open(16)"));
 }
 
 TEST_F(MagicUtilsTest, HandleStaysNullAfterAFailedOpen)
 {
-    fake.openAnswer = nullptr;
+    libmagic.openAnswer = nullptr;
     EXPECT_THROW(magic.magicOpen(), FMXException);
     magic.magicClose();
     magic.magicFile("x");
-    EXPECT_THAT(fake.calls, ElementsAre("open(16)", "file(null)"));
+    EXPECT_THAT(libmagic.calls, ElementsAre("open(16)", "file(null)"));
 }
 
 TEST_F(MagicUtilsTest, OpenAfterAFailedOpenWorks)
 {
-    fake.openAnswer = nullptr;
+    libmagic.openAnswer = nullptr;
     EXPECT_THROW(magic.magicOpen(), FMXException);
-    fake.openAnswer = fake.handle(1);
+    libmagic.openAnswer = libmagic.handle(1);
     magic.magicOpen();
     magic.magicClose();
-    EXPECT_THAT(fake.calls, ElementsAre("open(16)", "open(16)", "close(handle 1)"));
+    EXPECT_THAT(libmagic.calls, ElementsAre("open(16)", "open(16)", "close(handle 1)"));
 }
 
 TEST_F(MagicUtilsTest, LoadPassesHandleAndPath)
@@ -84,34 +84,34 @@ TEST_F(MagicUtilsTest, LoadPassesHandleAndPath)
     magic.magicOpen();
     const char* path = "/some/database";
     EXPECT_FALSE(exceptionOf([&] { magic.magicLoad(path); }));
-    EXPECT_EQ(fake.path, path);
-    EXPECT_THAT(fake.calls, ElementsAre("open(16)", "load(handle 0)"));
+    EXPECT_EQ(libmagic.path, path);
+    EXPECT_THAT(libmagic.calls, ElementsAre("open(16)", "load(handle 0)"));
 }
 
 TEST_F(MagicUtilsTest, LoadPassesTheNullPathOfTheDefaultDatabase)
 {
     magic.magicOpen();
-    fake.path = "something";
+    libmagic.path = "something";
     magic.magicLoad(nullptr);
-    EXPECT_EQ(fake.path, nullptr);
+    EXPECT_EQ(libmagic.path, nullptr);
 }
 
 TEST_F(MagicUtilsTest, LoadThrowsCodeThreeWithLibmagicsText)
 {
     magic.magicOpen();
-    fake.loadAnswer = -1;
+    libmagic.loadAnswer = -1;
     const auto exception = exceptionOf([&] { magic.magicLoad("/bad"); });
     ASSERT_TRUE(exception);
     EXPECT_EQ(exception->code, 3);
     EXPECT_EQ(exception->message, "the text of the error");
-    EXPECT_THAT(fake.calls, ElementsAre("open(16)", "load(handle 0)", "error(handle 0)"));
+    EXPECT_THAT(libmagic.calls, ElementsAre("open(16)", "load(handle 0)", "error(handle 0)"));
 }
 
 TEST_F(MagicUtilsTest, LoadThrowsCodeThreeWithoutATextToo)
 {
     magic.magicOpen();
-    fake.loadAnswer = -1;
-    fake.errorAnswer = nullptr;
+    libmagic.loadAnswer = -1;
+    libmagic.errorAnswer = nullptr;
     const auto exception = exceptionOf([&] { magic.magicLoad("/bad"); });
     ASSERT_TRUE(exception);
     EXPECT_EQ(exception->code, 3);
@@ -123,7 +123,7 @@ TEST_F(MagicUtilsTest, OnlyMinusOneIsAFailedLoad)
     magic.magicOpen();
     for (const int answer : {0, 1, -2})
     {
-        fake.loadAnswer = answer;
+        libmagic.loadAnswer = answer;
         EXPECT_FALSE(exceptionOf([&] { magic.magicLoad("/database"); })) << answer;
     }
 }
@@ -131,12 +131,12 @@ TEST_F(MagicUtilsTest, OnlyMinusOneIsAFailedLoad)
 TEST_F(MagicUtilsTest, InstanceStaysUsableAfterAFailedLoad)
 {
     magic.magicOpen();
-    fake.loadAnswer = -1;
+    libmagic.loadAnswer = -1;
     EXPECT_THROW(magic.magicLoad("/bad"), FMXException);
-    fake.loadAnswer = 0;
+    libmagic.loadAnswer = 0;
     EXPECT_FALSE(exceptionOf([&] { magic.magicLoad("/good"); }));
     magic.magicClose();
-    EXPECT_THAT(fake.calls,
+    EXPECT_THAT(libmagic.calls,
                 ElementsAre("open(16)", "load(handle 0)", "error(handle 0)", "load(handle 0)", "close(handle 0)"));
 }
 
@@ -144,18 +144,18 @@ TEST_F(MagicUtilsTest, FileReturnsLibmagicsPointerUnchanged)
 {
     magic.magicOpen();
     const char* path = "/some/file";
-    fake.queryAnswer = "text/plain";
-    EXPECT_EQ(magic.magicFile(path), fake.queryAnswer);
-    EXPECT_EQ(fake.path, path);
-    EXPECT_THAT(fake.calls, ElementsAre("open(16)", "file(handle 0)"));
+    libmagic.queryAnswer = "text/plain";
+    EXPECT_EQ(magic.magicFile(path), libmagic.queryAnswer);
+    EXPECT_EQ(libmagic.path, path);
+    EXPECT_THAT(libmagic.calls, ElementsAre("open(16)", "file(handle 0)"));
 }
 
 TEST_F(MagicUtilsTest, DescriptorReturnsLibmagicsPointerUnchanged)
 {
     magic.magicOpen();
-    fake.queryAnswer = "image/png";
-    EXPECT_EQ(magic.magicDescriptor(17), fake.queryAnswer);
-    EXPECT_THAT(fake.calls, ElementsAre("open(16)", "descriptor(handle 0, 17)"));
+    libmagic.queryAnswer = "image/png";
+    EXPECT_EQ(magic.magicDescriptor(17), libmagic.queryAnswer);
+    EXPECT_THAT(libmagic.calls, ElementsAre("open(16)", "descriptor(handle 0, 17)"));
 }
 
 TEST_F(MagicUtilsTest, FailedQueriesReturnNullAndAskForNoError)
@@ -163,57 +163,57 @@ TEST_F(MagicUtilsTest, FailedQueriesReturnNullAndAskForNoError)
     magic.magicOpen();
     EXPECT_EQ(magic.magicFile("/missing"), nullptr);
     EXPECT_EQ(magic.magicDescriptor(-1), nullptr);
-    EXPECT_THAT(fake.calls, ElementsAre("open(16)", "file(handle 0)", "descriptor(handle 0, -1)"));
+    EXPECT_THAT(libmagic.calls, ElementsAre("open(16)", "file(handle 0)", "descriptor(handle 0, -1)"));
 }
 
 TEST_F(MagicUtilsTest, QueriesBeforeOpenPassTheNullHandle)
 {
     EXPECT_EQ(magic.magicFile(nullptr), nullptr);
     EXPECT_EQ(magic.magicDescriptor(0), nullptr);
-    EXPECT_THAT(fake.calls, ElementsAre("file(null)", "descriptor(null, 0)"));
+    EXPECT_THAT(libmagic.calls, ElementsAre("file(null)", "descriptor(null, 0)"));
 }
 
 TEST_F(MagicUtilsTest, LoadBeforeOpenPassesTheNullHandle)
 {
-    fake.loadAnswer = -1;
+    libmagic.loadAnswer = -1;
     EXPECT_THROW(magic.magicLoad(nullptr), FMXException);
-    EXPECT_THAT(fake.calls, ElementsAre("load(null)", "error(null)"));
+    EXPECT_THAT(libmagic.calls, ElementsAre("load(null)", "error(null)"));
 }
 
 TEST_F(MagicUtilsTest, CloseOfANeverOpenedObjectDoesNothing)
 {
     magic.magicClose();
-    EXPECT_THAT(fake.calls, IsEmpty());
+    EXPECT_THAT(libmagic.calls, IsEmpty());
 }
 
 TEST_F(MagicUtilsTest, CloseKeepsTheStaleHandle)
 {
     magic.magicOpen();
     magic.magicClose();
-    EXPECT_THAT(fake.calls, ElementsAre("open(16)", "close(handle 0)"));
+    EXPECT_THAT(libmagic.calls, ElementsAre("open(16)", "close(handle 0)"));
     // Only possible because the stand-in releases nothing: with libmagic these calls would touch freed memory.
     magic.magicFile("x");
     magic.magicClose();
-    EXPECT_THAT(fake.calls, ElementsAre("open(16)", "close(handle 0)", "file(handle 0)", "close(handle 0)"));
+    EXPECT_THAT(libmagic.calls, ElementsAre("open(16)", "close(handle 0)", "file(handle 0)", "close(handle 0)"));
 }
 
 TEST_F(MagicUtilsTest, OpenAfterCloseTakesTheNewHandle)
 {
     magic.magicOpen();
     magic.magicClose();
-    fake.openAnswer = fake.handle(1);
+    libmagic.openAnswer = libmagic.handle(1);
     magic.magicOpen();
     magic.magicClose();
-    EXPECT_THAT(fake.calls, ElementsAre("open(16)", "close(handle 0)", "open(16)", "close(handle 1)"));
+    EXPECT_THAT(libmagic.calls, ElementsAre("open(16)", "close(handle 0)", "open(16)", "close(handle 1)"));
 }
 
 TEST_F(MagicUtilsTest, SecondOpenLosesTheFirstInstance)
 {
     magic.magicOpen();
-    fake.openAnswer = fake.handle(1);
+    libmagic.openAnswer = libmagic.handle(1);
     magic.magicOpen();
     magic.magicClose();
-    EXPECT_THAT(fake.calls, ElementsAre("open(16)", "open(16)", "close(handle 1)"));
+    EXPECT_THAT(libmagic.calls, ElementsAre("open(16)", "open(16)", "close(handle 1)"));
 }
 
 TEST_F(MagicUtilsTest, DestructorDoesNotCloseTheInstance)
@@ -221,7 +221,7 @@ TEST_F(MagicUtilsTest, DestructorDoesNotCloseTheInstance)
     std::unique_ptr<IMagic> owned = std::make_unique<MagicUtils>();
     owned->magicOpen();
     owned.reset();
-    EXPECT_THAT(fake.calls, ElementsAre("open(16)"));
+    EXPECT_THAT(libmagic.calls, ElementsAre("open(16)"));
 }
 
 TEST(MagicFlagTest, MimeTypeFlagIsSixteen)

@@ -1,25 +1,25 @@
-#include "FakeMagic.h"
+#include "LibmagicDouble.h"
 
 namespace TAV::test
 {
 namespace
 {
 
-FakeMagic* current = nullptr;
+LibmagicDouble* current = nullptr;
 
 } // namespace
 
-FakeMagic::FakeMagic() : openAnswer(handle(0))
+LibmagicDouble::LibmagicDouble() : openAnswer(handle(0))
 {
     current = this;
 }
 
-FakeMagic::~FakeMagic()
+LibmagicDouble::~LibmagicDouble()
 {
     current = nullptr;
 }
 
-std::string FakeMagic::nameOf(magic_t cookie) const
+std::string LibmagicDouble::nameOf(magic_t cookie) const
 {
     if (cookie == nullptr)
         return "null";

@@ -8,14 +8,14 @@
 namespace TAV::test
 {
 
-/// Stands in for libmagic in the whole test program. What its functions answer is set here; what they were called
-/// with is noted. No libmagic code runs.
-struct FakeMagic
+/// Stands in for the C functions of libmagic in the whole test program. What its functions answer is set here; what
+/// they were called with is noted. No libmagic code runs.
+struct LibmagicDouble
 {
-    FakeMagic();
-    FakeMagic(const FakeMagic&) = delete;
-    FakeMagic& operator=(const FakeMagic&) = delete;
-    ~FakeMagic();
+    LibmagicDouble();
+    LibmagicDouble(const LibmagicDouble&) = delete;
+    LibmagicDouble& operator=(const LibmagicDouble&) = delete;
+    ~LibmagicDouble();
 
     /// A handle that is only ever compared.
     magic_t handle(int number) const { return reinterpret_cast<magic_t>(const_cast<char*>(&m_places[number])); }
