@@ -22,8 +22,8 @@ namespace TAV::test
 /// is made.
 ///
 ///     FakeQelArchiveUtils archives;
-///     archives.failCall("createArchive", 2);      // the second one is false, and nothing was done
-///     archives.failure = FakeQelArchiveUtils::Failure::HalfDone; // ... but with its first file stored and deleted
+///     archives.failCall("createArchive", 2);                     // the second one is false, and nothing was done
+///     archives.failure = FakeQelArchiveUtils::Failure::HalfDone; // or: its first file was stored and deleted
 ///     ...
 ///     EXPECT_THAT(FakeQelArchiveUtils::contentOf("/var/q/1.7z"), ElementsAre(Pair("bad", "its content")));
 ///     EXPECT_THAT(archives.problems(), IsEmpty()); // no name that 7-Zip would take for something else
@@ -34,6 +34,7 @@ namespace TAV::test
 /// give false and leave the inputs. Extraction is flat and overwrites; it brings back permissions and times. Each file
 /// has the password that it was stored with; with a wrong one the others come out, the result is false, and of the
 /// protected file an archive *.zip leaves an empty one, any other none. A changed, cut or foreign archive gives false.
+/// The library's own tests hold it against 7-Zip.
 ///
 /// **Unlike the real one**
 ///
@@ -42,6 +43,8 @@ namespace TAV::test
 /// - Of a damaged archive nothing is extracted; 7-Zip extracts what comes before the damage.
 /// - Names mean just themselves. Those that 7-Zip takes for a list of files ("@x"), a switch ("-x") or a pattern ("*",
 ///   "?") are noted in `problems`.
+/// - A file is replaced in an archive whatever the passwords; 7-Zip refuses when others were stored together with it
+///   under another password.
 /// - A link is followed, and its content stored; 7-Zip stores the link.
 /// - Nothing is logged, neither command line nor password. The password does not stand in `calls` either, but
 ///   whether there was one.
@@ -65,7 +68,7 @@ public:
     /// this class.
     static std::map<std::string, std::string> contentOf(const std::string& archivePath);
 
-    /// The names so far that 7-Zip would not have taken as they are: "input @x is a list of files to 7-Zip".
+    /// The names so far that 7-Zip would not have taken as they are: "@x is a list of files to 7-Zip".
     std::vector<std::string> problems() const
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
@@ -96,7 +99,8 @@ private:
     static void keepFirstFile(Entries& entries);
     static bool store(const Path& archive, const Entries& entries);
     static void removeSources(const Entries& entries);
-    static bool bringBack(const Entry& entry, const Path& target);
+    static bool bringOut(Entry entry, const Path& directory, const std::string& password, bool isZip);
+    static bool write(const Entry& entry, const Path& target);
 
     mutable std::mutex m_mutex;
     std::vector<std::string> m_problems;
@@ -155,18 +159,13 @@ inline bool FakeQelArchiveUtils::extractArchive(const std::string& archivePath,
         return false;
     if (fault)
         keepFirstFile(*entries);
+    std::error_code ignored;
+    if (!entries->empty())
+        std::filesystem::create_directories(outputDirectory, ignored);
+    const bool isZip = Path(archivePath).extension() == ".zip";
     bool isComplete = !fault;
-    for (Entry& entry : *entries)
-    {
-        const bool isLocked = !entry.password.empty() && entry.password != password;
-        isComplete = isComplete && !isLocked;
-        if (isLocked)
-            entry.content.clear();
-        std::error_code error;
-        std::filesystem::create_directories(outputDirectory, error);
-        if (!isLocked || Path(archivePath).extension() == ".zip")
-            isComplete = bringBack(entry, Path(outputDirectory) / Path(entry.name).filename()) && isComplete;
-    }
+    for (const Entry& entry : *entries)
+        isComplete = bringOut(entry, outputDirectory, password, isZip) && isComplete;
     return isComplete;
 }
 
@@ -287,7 +286,18 @@ inline void FakeQelArchiveUtils::removeSources(const Entries& entries)
         std::filesystem::remove(entry->source, staysThere);
 }
 
-inline bool FakeQelArchiveUtils::bringBack(const Entry& entry, const Path& target)
+/// Extracts a file or a directory. Of a file that is locked, only a zip archive leaves something: an empty file.
+inline bool FakeQelArchiveUtils::bringOut(Entry entry, const Path& directory, const std::string& password, bool isZip)
+{
+    const bool needsPassword = !entry.password.empty() && (isZip || !entry.content.empty());
+    const bool isLocked = needsPassword && entry.password != password;
+    if (isLocked)
+        entry.content.clear();
+    const bool isWritten = (isLocked && !isZip) || write(entry, directory / Path(entry.name).filename());
+    return isWritten && !isLocked;
+}
+
+inline bool FakeQelArchiveUtils::write(const Entry& entry, const Path& target)
 {
     std::error_code error;
     if (entry.isDirectory)
