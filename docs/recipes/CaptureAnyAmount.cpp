@@ -9,11 +9,11 @@
 #include <cerrno>
 #include <thread>
 
-#include "support/RecordingLogger.h"
 #include "support/SacrificialProcess.h"
 #include "support/SharedNotes.h"
 #include "tav/TAVSystemUtils.h"
 #include "tav/TAVUtils.h"
+#include "tav/testing/RecordingLogger.h"
 
 namespace
 {

@@ -7,11 +7,11 @@
 #include <chrono>
 #include <functional>
 
-#include "support/RecordingLogger.h"
 #include "support/SacrificialProcess.h"
 #include "support/SharedNotes.h"
 #include "tav/TAVSystemUtils.h"
 #include "tav/TAVUtils.h"
+#include "tav/testing/RecordingLogger.h"
 
 namespace
 {

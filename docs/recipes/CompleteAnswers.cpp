@@ -7,9 +7,9 @@
 
 #include "QueryScene.h"
 #include "RawTlsServer.h"
-#include "support/RecordingLogger.h"
 #include "tav/CurlAPIUtility.h"
 #include "tav/CurlWrapper.h"
+#include "tav/testing/RecordingLogger.h"
 
 namespace
 {

@@ -4,9 +4,9 @@
 
 #include <cerrno>
 
-#include "support/RecordingLogger.h"
 #include "tav/TAVSystemUtils.h"
 #include "tav/TAVUtils.h"
+#include "tav/testing/RecordingLogger.h"
 
 namespace
 {

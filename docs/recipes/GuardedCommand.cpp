@@ -6,12 +6,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "support/RecordingLogger.h"
 #include "support/SacrificialProcess.h"
 #include "support/SharedNotes.h"
 #include "support/TemporaryDirectory.h"
 #include "tav/TAVSystemUtils.h"
 #include "tav/TAVUtils.h"
+#include "tav/testing/RecordingLogger.h"
 
 namespace
 {

@@ -3,16 +3,16 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "support/FakeSystemUtils.h"
-#include "support/RecordingLogger.h"
 #include "tav/QelArchiveUtils.h"
 #include "tav/TAVUtils.h"
 #include "tav/logging/MaskingLogger.h"
+#include "tav/testing/FakeTAVSystemUtils.h"
+#include "tav/testing/RecordingLogger.h"
 
 namespace
 {
 
-using TAV::test::FakeSystemUtils;
+using TAV::test::FakeTAVSystemUtils;
 using TAV::test::RecordingLogger;
 using testing::HasSubstr;
 using testing::Not;
@@ -33,7 +33,7 @@ bool storeUnderPassword(TAV::ILogger& real, std::shared_ptr<TAV::ITAVSystemUtils
 std::string announcementWith(const std::string& password)
 {
     RecordingLogger real;
-    auto system = std::make_shared<FakeSystemUtils>();
+    auto system = std::make_shared<FakeTAVSystemUtils>();
     system->onPipe = [](std::array<int, 2>& fds, int&, int) { return fds = {40, 41}, 0; };
     system->onFork = [](int&) { return 4711; }; // no process is made
     system->onWaitpid = [](pid_t pid, int* status, int, int&) { return *status = 0, pid; };

@@ -6,10 +6,10 @@
 #include <new>
 #include <string>
 
-#include "support/FakeCurlApi.h"
-#include "support/RecordingLogger.h"
 #include "tav/CurlWrapper.h"
 #include "tav/FMXException.h"
+#include "tav/testing/FakeCurlAPIUtility.h"
+#include "tav/testing/RecordingLogger.h"
 
 namespace
 {
@@ -31,7 +31,7 @@ catch (...) // an FMXException is no std::exception
 }
 //! [reopened session]
 
-using TAV::test::FakeCurlApi;
+using TAV::test::FakeCurlAPIUtility;
 
 struct Scene
 {
@@ -42,7 +42,7 @@ struct Scene
         client.initSession(1);
     }
 
-    std::shared_ptr<FakeCurlApi> api = std::make_shared<FakeCurlApi>();
+    std::shared_ptr<FakeCurlAPIUtility> api = std::make_shared<FakeCurlAPIUtility>();
     TAV::test::RecordingLogger logger;
     TAV::CurlWrapper client{logger, api};
     std::string response;

@@ -10,12 +10,12 @@
 #include <filesystem>
 #include <set>
 
-#include "support/RecordingLogger.h"
 #include "support/SacrificialProcess.h"
 #include "support/TemporaryDirectory.h"
 #include "tav/QelArchiveUtils.h"
 #include "tav/TAVSystemUtils.h"
 #include "tav/TAVUtils.h"
+#include "tav/testing/RecordingLogger.h"
 
 namespace
 {

@@ -6,13 +6,13 @@
 
 #include <functional>
 
-#include "support/RecordingLogger.h"
 #include "support/SacrificialProcess.h"
 #include "support/SharedNotes.h"
 #include "support/TemporaryDirectory.h"
 #include "tav/QelArchiveUtils.h"
 #include "tav/TAVSystemUtils.h"
 #include "tav/TAVUtils.h"
+#include "tav/testing/RecordingLogger.h"
 
 namespace
 {

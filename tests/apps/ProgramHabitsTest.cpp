@@ -11,12 +11,12 @@
 #include "common/Password.h"
 #include "common/Text.h"
 #include "endpoint_scan/Logger.h"
-#include "support/RecordingLogger.h"
 #include "support/TemporaryDirectory.h"
 #include "tav/TAVSystemUtils.h"
 #include "tav/TAVUtils.h"
 #include "tav/logging/MaskingLogger.h"
 #include "tav/logging/SpdlogLogger.h"
+#include "tav/testing/RecordingLogger.h"
 
 using namespace programs;
 using TAV::test::readFile;

@@ -9,9 +9,9 @@
 
 #include "apps/FakeArchiver.h"
 #include "endpoint_scan/Quarantine.h"
-#include "support/RecordingLogger.h"
 #include "support/TemporaryDirectory.h"
 #include "tav/QelArchiveUtils.h"
+#include "tav/testing/RecordingLogger.h"
 
 namespace TAV::test
 {

@@ -12,8 +12,8 @@
 #include "common/StandardDescriptors.h"
 #include "endpoint_scan/CappedCurl.h"
 #include "reputation_server/Answers.h"
-#include "support/RecordingLogger.h"
 #include "support/SacrificialProcess.h"
+#include "tav/testing/RecordingLogger.h"
 
 using endpointscan::CappedCurl;
 using endpointscan::DenyList;

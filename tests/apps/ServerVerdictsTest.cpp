@@ -13,9 +13,9 @@
 
 #include "endpoint_scan/SafeFiles.h"
 #include "endpoint_scan/Scanner.h"
-#include "support/RecordingLogger.h"
 #include "support/TemporaryDirectory.h"
 #include "tav/FMXException.h"
+#include "tav/testing/RecordingLogger.h"
 
 using endpointscan::Finding;
 using endpointscan::Opinion;

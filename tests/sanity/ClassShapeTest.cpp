@@ -11,8 +11,6 @@
 
 #include <gmock/gmock.h>
 
-#include "support/FakeCurlApi.h"
-#include "support/RecordingLogger.h"
 #include "tav/CurlAPIUtility.h"
 #include "tav/CurlWrapper.h"
 #include "tav/FMXException.h"
@@ -24,6 +22,8 @@
 #include "tav/QelSSLUtils.h"
 #include "tav/TAVSystemUtils.h"
 #include "tav/TAVUtils.h"
+#include "tav/testing/FakeCurlAPIUtility.h"
+#include "tav/testing/RecordingLogger.h"
 
 namespace TAV::test
 {
@@ -348,7 +348,7 @@ TEST(ClassShapeTest, MembersOfUtilsStandInOrder)
 TEST(ClassShapeTest, MembersOfCurlStandInOrder)
 {
     RecordingLogger logger;
-    CurlWrapper object(logger, std::make_shared<FakeCurlApi>());
+    CurlWrapper object(logger, std::make_shared<FakeCurlAPIUtility>());
 
     EXPECT_EQ(sizeof(CurlWrapper), sizeof(CurlLayout));
     EXPECT_EQ(offsetIn(object, reach(CurlSessions{})), offsetof(CurlLayout, sessions));
@@ -363,7 +363,7 @@ TEST(ClassShapeTest, MembersOfCurlStandInOrder)
 TEST(ClassShapeTest, CurlStartsWithTheseValues)
 {
     RecordingLogger logger;
-    CurlWrapper object(logger, std::make_shared<FakeCurlApi>());
+    CurlWrapper object(logger, std::make_shared<FakeCurlAPIUtility>());
 
     EXPECT_TRUE((object.*reach(CurlSessions{})).empty());
     EXPECT_FALSE(object.*reach(CurlConfigSet{}));

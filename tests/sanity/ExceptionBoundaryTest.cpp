@@ -9,12 +9,12 @@
 #include <boost/thread/exceptions.hpp>
 #include <gmock/gmock.h>
 
-#include "support/RecordingLogger.h"
 #include "tav/CurlAPIUtility.h"
 #include "tav/CurlWrapper.h"
 #include "tav/FMXException.h"
 #include "tav/MagicUtils.h"
 #include "tav/TAVUtils.h"
+#include "tav/testing/RecordingLogger.h"
 
 namespace TAV::test
 {

@@ -10,9 +10,9 @@
 
 #include <gmock/gmock.h>
 
-#include "support/RecordingLogger.h"
 #include "tav/KrbHandler.h"
 #include "tav/TAVSystemUtils.h"
+#include "tav/testing/RecordingLogger.h"
 
 namespace TAV::test
 {

@@ -42,6 +42,7 @@ class FaultPlan
 {
 public:
     /// Makes a call of an operation fail. Plans add up: a second one for the same operation leaves the first as it is.
+    /// Where two are due at one call, the error is that of the one planned last.
     /// @param operation  its name as in the interface, "pipe"; a name that no fake has never fails: see `pending`
     /// @param nth        which call, from 1 for the next one
     /// @param error      what it fails with: errno, CURLcode, krb5_error_code or the code of an FMXException, whichever
@@ -57,7 +58,8 @@ public:
     /// does not count.
     void failAnyCall(unsigned int nth, int error = 1, Lasting lasting = Lasting::Once)
     {
-        failCall({}, nth, error, lasting);
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_faults.push_back({std::nullopt, nth, error, lasting});
     }
 
     /// Forgets the plans, and that any of them took place.
@@ -84,7 +86,7 @@ public:
         for (const Fault& fault : m_faults)
         {
             if (!fault.tookPlace)
-                operations.push_back(fault.operation.empty() ? "any" : fault.operation);
+                operations.push_back(fault.operation.value_or("any"));
         }
         return operations;
     }
@@ -97,7 +99,8 @@ public:
         std::optional<int> error;
         for (Fault& fault : m_faults)
         {
-            if ((fault.operation == operation || (fault.operation.empty() && canFail)) && fault.isDue())
+            const bool isMeant = fault.operation ? *fault.operation == operation : canFail;
+            if (isMeant && fault.isDue())
                 error = fault.error;
         }
         m_hasFailed = m_hasFailed || error;
@@ -119,7 +122,7 @@ private:
             return due;
         }
 
-        std::string operation; ///< empty for all that can fail
+        std::optional<std::string> operation; ///< none for all that can fail
         unsigned int callsLeft = 0;
         int error = 0;
         Lasting lasting = Lasting::Once;

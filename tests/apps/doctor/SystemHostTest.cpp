@@ -9,8 +9,8 @@
 #include <cstdlib>
 
 #include "support/FreePort.h"
-#include "support/RecordingLogger.h"
 #include "support/TemporaryDirectory.h"
+#include "tav/testing/RecordingLogger.h"
 #include "tavctl/doctor/Checks.h"
 
 namespace TAV::test

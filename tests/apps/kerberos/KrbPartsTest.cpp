@@ -12,12 +12,12 @@
 
 #include "common/Keytab.h"
 #include "common/KrbTicket.h"
-#include "support/FakeKrbApi.h"
 #include "support/FreePort.h"
-#include "support/RecordingLogger.h"
 #include "support/SacrificialProcess.h"
 #include "support/TemporaryDirectory.h"
 #include "tav/KrbAPIWrapper.h"
+#include "tav/testing/FakeKrbAPIWrapper.h"
+#include "tav/testing/RecordingLogger.h"
 
 using namespace TAV::test;
 using ::testing::AllOf;
@@ -113,7 +113,7 @@ class KeytabTest : public ::testing::Test
 protected:
     TemporaryDirectory m_place;
     TAV::KrbAPIWrapper m_api;
-    FakeKrbApi m_fake;
+    FakeKrbAPIWrapper m_fake;
 };
 
 TEST_F(KeytabTest, ListsEveryEntry)
@@ -160,7 +160,7 @@ TEST_F(KeytabTest, ReleasesEverythingWhicheverCallFails)
     unsigned int failures = 0;
     for (;; ++failures)
     {
-        FakeKrbApi fake;
+        FakeKrbAPIWrapper fake;
         fake.failAnyCall(failures + 1, ENOMEM);
         try
         {
@@ -182,7 +182,7 @@ TEST_F(KeytabTest, APrincipalThatCannotBeReadIsReleased)
     EXPECT_EQ(fullPrincipal(m_api, "user@A.EXAMPLE"), "user@A.EXAMPLE");
     for (const char* operation : {"krb5InitContext", "krb5ParseName", "krb5UnparseName"})
     {
-        FakeKrbApi fake;
+        FakeKrbAPIWrapper fake;
         fake.failCall(operation, 1, KRB5_PARSE_MALFORMED);
         EXPECT_THROW(fullPrincipal(fake, "user"), std::runtime_error) << operation;
         EXPECT_THAT(fake.problems(), IsEmpty()) << operation;

@@ -7,7 +7,7 @@
 #include <thread>
 
 #include "endpoint_scan/ServerVerdicts.h"
-#include "support/RecordingLogger.h"
+#include "tav/testing/RecordingLogger.h"
 
 using TAV::test::RecordingLogger;
 using ::testing::Each;

@@ -11,9 +11,9 @@
 
 #include "LoadProcess.h"
 #include "PrivateController.h"
-#include "support/RecordingLogger.h"
 #include "tav/TAVSystemUtils.h"
 #include "tav/TAVUtils.h"
+#include "tav/testing/RecordingLogger.h"
 
 namespace TAV::test
 {

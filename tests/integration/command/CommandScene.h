@@ -10,10 +10,10 @@
 #include <vector>
 
 #include "DescriptorModel.h"
-#include "support/RecordingLogger.h"
 #include "support/SharedNotes.h"
 #include "tav/TAVSystemUtils.h"
 #include "tav/TAVUtils.h"
+#include "tav/testing/RecordingLogger.h"
 
 namespace TAV::test
 {

@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
-#include "support/RecordingLogger.h"
 #include "tav/CurlAPIUtility.h"
 #include "tav/CurlWrapper.h"
+#include "tav/testing/RecordingLogger.h"
 
 namespace TAV
 {

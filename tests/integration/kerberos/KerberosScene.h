@@ -6,10 +6,10 @@
 #include <utility>
 #include <vector>
 
-#include "support/RecordingLogger.h"
 #include "support/TemporaryDirectory.h"
 #include "tav/KrbAPIWrapper.h"
 #include "tav/KrbHandler.h"
+#include "tav/testing/RecordingLogger.h"
 
 namespace TAV::test
 {

@@ -6,8 +6,8 @@
 #include <optional>
 #include <stdexcept>
 
-#include "support/RecordingLogger.h"
 #include "tav/FMXException.h"
+#include "tav/testing/RecordingLogger.h"
 
 namespace TAV
 {

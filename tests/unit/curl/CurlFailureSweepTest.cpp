@@ -14,7 +14,6 @@ using testing::AnyOf;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-using Lasting = FakeCurlApi::Lasting;
 using Lines = std::vector<LogLine>;
 
 enum class Stage
@@ -76,7 +75,7 @@ struct Scene
     };
 
     Logger logger;
-    std::shared_ptr<FakeCurlApi> api = std::make_shared<FakeCurlApi>();
+    std::shared_ptr<FakeCurlAPIUtility> api = std::make_shared<FakeCurlAPIUtility>();
     std::unique_ptr<CurlWrapper> client;
     std::string response = "before:";
     LumoStats stats{1, 2, 3, 4};

@@ -10,10 +10,10 @@
 #include <string>
 #include <vector>
 
-#include "support/FakeCurlApi.h"
-#include "support/RecordingLogger.h"
 #include "tav/CurlWrapper.h"
 #include "tav/FMXException.h"
+#include "tav/testing/FakeCurlAPIUtility.h"
+#include "tav/testing/RecordingLogger.h"
 
 namespace TAV::test
 {
@@ -56,7 +56,7 @@ Texts fieldsOf(const TAVQueryConfig& config);
 /// A header record whose nine texts tell their field.
 TAVHTTPHeader sampleHeader();
 
-/// The calls that set an option group of a handle, as `FakeCurlApi` notes them.
+/// The calls that set an option group of a handle, as `FakeCurlAPIUtility` notes them.
 Texts commonCalls(int handle, const TAVQueryConfig& config);
 Texts sslCalls(int handle, const TAVQueryConfig& config);
 Texts proxyCalls(int handle, const TAVQueryConfig& config);
@@ -113,7 +113,7 @@ protected:
     bool send(unsigned long id, long status, const std::string& payload = "payload");
 
     RecordingLogger logger;
-    std::shared_ptr<FakeCurlApi> api = std::make_shared<FakeCurlApi>();
+    std::shared_ptr<FakeCurlAPIUtility> api = std::make_shared<FakeCurlAPIUtility>();
     std::unique_ptr<CurlWrapper> client = std::make_unique<CurlWrapper>(logger, api);
     TAVHTTPHeader header = sampleHeader();
     std::string response = "before:";

@@ -244,7 +244,7 @@ protected:
     Gate inside;
     Gate waiting;
     Gate go;
-    std::shared_ptr<FakeCurlApi> secondApi = std::make_shared<FakeCurlApi>();
+    std::shared_ptr<FakeCurlAPIUtility> secondApi = std::make_shared<FakeCurlAPIUtility>();
     CurlWrapper m_second{logger, secondApi}; // last, as its end is noted too
 };
 

@@ -166,7 +166,7 @@ TEST_F(RequestTest, ListThatACallLayerDoesNotMakeIsNotFreed)
 }
 
 /// Each line gives a head of its own.
-class MovingListApi : public FakeCurlApi
+class MovingListApi : public FakeCurlAPIUtility
 {
 public:
     curl_slist* curlSlistAppend(curl_slist* list, const char* /*line*/) override

@@ -68,7 +68,7 @@ protected:
     void construct() { const CurlWrapper client(logger, api); }
 
     RecordingLogger logger;
-    std::shared_ptr<FakeCurlApi> api = std::make_shared<FakeCurlApi>();
+    std::shared_ptr<FakeCurlAPIUtility> api = std::make_shared<FakeCurlAPIUtility>();
 };
 
 TEST_F(ConstructionTest, InitialisesEverythingOfLibcurlAndTheDestructorCleansUp)
@@ -349,9 +349,9 @@ TEST_F(SessionTest, CallLayerLivesUntilTheLastSessionIsCleanedUp)
 {
     open({1, 2});
     Texts calls;
-    std::weak_ptr<FakeCurlApi> watched = api;
+    std::weak_ptr<FakeCurlAPIUtility> watched = api;
     api->onCall = [&](const std::string& call) { calls.push_back(call + (watched.expired() ? " too late" : "")); };
-    api = std::make_shared<FakeCurlApi>(); // gives the test's share away
+    api = std::make_shared<FakeCurlAPIUtility>(); // gives the test's share away
     ASSERT_FALSE(watched.expired());
     client.reset();
     EXPECT_TRUE(watched.expired());

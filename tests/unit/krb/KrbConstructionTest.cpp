@@ -24,7 +24,7 @@ protected:
     {
         handler.reset();
         newLines();
-        system = std::make_shared<FakeSystemUtils>();
+        system = std::make_shared<FakeTAVSystemUtils>();
         system->onSetenv = [](const char*, const char*, int, int&) { return 0; };
     }
 

@@ -30,7 +30,7 @@ krb5_error_code WatchingApi::krb5cStringToKey(
     krb5_context context, krb5_enctype type, const krb5_data* string, const krb5_data* salt, krb5_keyblock* key)
 {
     passwordBuffer.assign(string->data, 8192);
-    const auto error = FakeKrbApi::krb5cStringToKey(context, type, string, salt, key);
+    const auto error = FakeKrbAPIWrapper::krb5cStringToKey(context, type, string, salt, key);
     derivedKey = *key;
     return error;
 }
@@ -39,7 +39,7 @@ krb5_error_code WatchingApi::krb5KtAddEntry(krb5_context context, krb5_keytab ke
 {
     entries.push_back(entry);
     addedEntry = *entry;
-    return FakeKrbApi::krb5KtAddEntry(context, keytab, entry);
+    return FakeKrbAPIWrapper::krb5KtAddEntry(context, keytab, entry);
 }
 
 krb5_error_code WatchingApi::krb5GetInitCredsKeytab(krb5_context context,
@@ -51,7 +51,8 @@ krb5_error_code WatchingApi::krb5GetInitCredsKeytab(krb5_context context,
                                                     krb5_get_init_creds_opt* options)
 {
     credsBefore.emplace_back(reinterpret_cast<const char*>(creds), sizeof(*creds));
-    const auto error = FakeKrbApi::krb5GetInitCredsKeytab(context, creds, client, keytab, startTime, service, options);
+    const auto error =
+        FakeKrbAPIWrapper::krb5GetInitCredsKeytab(context, creds, client, keytab, startTime, service, options);
     creds->client = client;
     creds->keyblock.length = 16;
     creds->times.endtime = 1700003600;

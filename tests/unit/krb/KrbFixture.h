@@ -7,12 +7,12 @@
 #include <string>
 #include <vector>
 
-#include "support/FakeKrbApi.h"
-#include "support/FakeSystemUtils.h"
-#include "support/RecordingLogger.h"
 #include "support/TemporaryDirectory.h"
 #include "tav/FMXException.h"
 #include "tav/KrbHandler.h"
+#include "tav/testing/FakeKrbAPIWrapper.h"
+#include "tav/testing/FakeTAVSystemUtils.h"
+#include "tav/testing/RecordingLogger.h"
 
 namespace TAV::test
 {
@@ -58,7 +58,7 @@ Texts fieldsOf(const TAVProxyConfig& config);
 Texts operator+(Texts first, const Texts& second);
 
 /// Lets a test look into the structures that the handler passes.
-class WatchingApi : public FakeKrbApi
+class WatchingApi : public FakeKrbAPIWrapper
 {
 public:
     krb5_error_code krb5cStringToKey(krb5_context context,
@@ -107,7 +107,7 @@ protected:
     std::string cachePath = directory.file("cache");
     std::string keytabPath = directory.file("keytab");
     RecordingLogger logger;
-    std::shared_ptr<FakeSystemUtils> system = std::make_shared<FakeSystemUtils>();
+    std::shared_ptr<FakeTAVSystemUtils> system = std::make_shared<FakeTAVSystemUtils>();
     std::shared_ptr<WatchingApi> api = std::make_shared<WatchingApi>();
     TAVProxyConfig config = sampleConfig();
     std::unique_ptr<KrbHandler> handler;

@@ -12,8 +12,7 @@ namespace
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-using Lasting = FakeKrbApi::Lasting;
-using Output = FakeKrbApi::Output;
+using Output = FakeKrbAPIWrapper::Output;
 
 const std::string kFreePrincipal = "krb5FreePrincipal(context 1, principal 1)";
 const std::string kFreePassword = "krb5FreeDataContents(context 1, secret)";
@@ -138,7 +137,8 @@ TEST_F(RenewalContextTest, WithoutOneNoStepRunsAndNothingIsFreed)
 TEST_F(RenewalContextTest, OneLeftHalfMadeIsFreed)
 {
     std::vector<LogLine> linesAtFreeing;
-    api->failCall("krb5InitContext", 1, KRB5_CONFIG_BADFORMAT, Lasting::Once, Output::Filled);
+    api->outputOfFailures = Output::Filled;
+    api->failCall("krb5InitContext", 1, KRB5_CONFIG_BADFORMAT);
     api->onCall = [&](const std::string& call)
     {
         if (call == kFreeContext)
@@ -259,7 +259,8 @@ class RenewalFailureSweepTest : public KrbFixture, public testing::WithParamInte
 protected:
     void planFailure(std::size_t nth)
     {
-        api->failAnyCall(static_cast<unsigned int>(nth), GetParam().error, GetParam().lasting, GetParam().output);
+        api->outputOfFailures = GetParam().output;
+        api->failAnyCall(static_cast<unsigned int>(nth), GetParam().error, GetParam().lasting);
     }
 
     /// Renews, and compares everything.

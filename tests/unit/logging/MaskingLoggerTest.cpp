@@ -4,10 +4,10 @@
 
 #include <thread>
 
-#include "support/FakeSystemUtils.h"
-#include "support/RecordingLogger.h"
 #include "tav/QelArchiveUtils.h"
 #include "tav/TAVUtils.h"
+#include "tav/testing/FakeTAVSystemUtils.h"
+#include "tav/testing/RecordingLogger.h"
 
 namespace TAV::test
 {
@@ -116,7 +116,7 @@ TEST(MaskingLoggerLinesTest, HidesTheArchivePasswordThatTheLibraryAnnounces)
 {
     RecordingLogger real;
     MaskingLogger logger(real);
-    auto system = std::make_shared<FakeSystemUtils>();
+    auto system = std::make_shared<FakeTAVSystemUtils>();
     system->onPipe = [](std::array<int, 2>& fds, int&, int) { return fds = {40, 41}, 0; };
     system->onFork = [](int&) { return 4711; }; // no process is made
     system->onWaitpid = [](pid_t pid, int* status, int, int&) { return *status = 0, pid; };

@@ -28,7 +28,7 @@ std::string heldPath(CgroupSetUp& setUp)
 {
     std::string ignored;
     setUp.utils.updateCPUTaskGroupDirectory(ignored);
-    const auto& calls = setUp.cgroups->calls();
+    const std::vector<std::string> calls = setUp.cgroups->calls();
     const auto last =
         std::find_if(calls.rbegin(), calls.rend(), [](const std::string& call) { return call.rfind("stat(", 0) == 0; });
     const std::string tail = "/zell_tp_ods)";
@@ -141,7 +141,7 @@ TEST(CgroupDiscoveryTest, DoesNotMentionTheErrorOfAFailedCall)
     for (const int err : {ENOENT, EACCES, ELOOP, ENOMEM})
     {
         CgroupSetUp setUp;
-        setUp.cgroups->failCall("stat", 1, err, FakeSystemUtils::Lasting::FromThenOn);
+        setUp.cgroups->failCall("stat", 1, err, Lasting::FromThenOn);
         EXPECT_FALSE(setUp.utils.isDefaultCGroupsMountAvailable());
         EXPECT_THAT(setUp.messages(), ElementsAre(kNotFound));
     }

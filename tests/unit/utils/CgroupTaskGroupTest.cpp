@@ -19,7 +19,8 @@ constexpr const char* kNotMade = "Failed to create subgroup for cgroup task";
 /// The calls after the four of discovery.
 std::vector<std::string> callsAfterDiscovery(const FakeCgroups& cgroups)
 {
-    return {cgroups.calls().begin() + 4, cgroups.calls().end()};
+    const std::vector<std::string> calls = cgroups.calls();
+    return {calls.begin() + 4, calls.end()};
 }
 
 class CgroupTaskGroupTest : public ::testing::TestWithParam<const char*>

@@ -145,7 +145,7 @@ TEST_P(CommandFailureSweepTest, AFailingCloseChangesNothing)
     {
         const auto system = std::make_shared<ImaginarySystem>();
         system->status = 0x0100;
-        system->failCall("close", 1, err, test::FakeSystemUtils::Lasting::FromThenOn);
+        system->failCall("close", 1, err, test::Lasting::FromThenOn);
         RecordingLogger logger;
         EXPECT_FALSE(GetParam().run(system, logger));
         EXPECT_THAT(logger.lines(), ElementsAreArray(expectedLines("close", err, 0x0100)));

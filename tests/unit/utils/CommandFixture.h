@@ -5,9 +5,9 @@
 
 #include <memory>
 
-#include "support/ImaginarySystem.h"
-#include "support/RecordingLogger.h"
 #include "tav/TAVUtils.h"
+#include "tav/testing/ImaginarySystem.h"
+#include "tav/testing/RecordingLogger.h"
 
 namespace TAV::test
 {

@@ -44,7 +44,8 @@ TEST_F(DescriptorsTest, PairEndsAsZerosHoweverClosingFails)
 {
     for (const int err : {EBADF, EINTR, EIO, ENOSPC})
     {
-        m_system->failCall("close", 1, err, test::FakeSystemUtils::Lasting::FromThenOn);
+        m_system->succeed();
+        m_system->failCall("close", 1, err, test::Lasting::FromThenOn);
         std::array<int, 2> fds{7, 8};
         m_utils.closePipeFds(fds);
         EXPECT_THAT(fds, ElementsAre(0, 0)) << err;

@@ -5,10 +5,10 @@
 #include <utility>
 #include <vector>
 
-#include "support/FakeSystemUtils.h"
-#include "support/RecordingLogger.h"
 #include "support/TemporaryDirectory.h"
 #include "tav/TAVUtils.h"
+#include "tav/testing/FakeTAVSystemUtils.h"
+#include "tav/testing/RecordingLogger.h"
 
 namespace TAV::test
 {
@@ -29,7 +29,7 @@ std::string cpuInfoOf(unsigned int processors);
 /// A file system of the test's own, in which `mkdir` under a controller makes the control files, as the kernel does.
 /// Nothing is there at first. What is written is kept per opening of a file, because each opening of "cgroup.procs"
 /// is one process moved.
-class FakeCgroups : public FakeSystemUtils
+class FakeCgroups : public FakeTAVSystemUtils
 {
 public:
     FakeCgroups();

@@ -166,7 +166,7 @@ TEST_F(OutputCaptureTest, SaysSoWhenThereIsNoStderr)
     m_system->status = exited(1);
     m_system->stderrText.clear();
     EXPECT_FALSE(capture());
-    m_system->failCall("read", 2, EIO);
+    m_system->failCall("read", 1, EIO);
     EXPECT_FALSE(capture());
     EXPECT_THAT(m_logger.lines(),
                 ElementsAre(failure(0, " Stderr could not be read."), failure(EIO, " Stderr could not be read.")));

@@ -10,16 +10,16 @@
 #include <thread>
 #include <type_traits>
 
-#include "support/FakeSystemUtils.h"
-#include "support/RecordingLogger.h"
 #include "tav/FMXException.h"
+#include "tav/testing/FakeTAVSystemUtils.h"
+#include "tav/testing/RecordingLogger.h"
 
 namespace TAV
 {
 namespace
 {
 
-using test::FakeSystemUtils;
+using test::FakeTAVSystemUtils;
 using test::LogLine;
 using test::RecordingLogger;
 using ::testing::ElementsAre;
@@ -54,7 +54,7 @@ class KernelGateTest : public ::testing::TestWithParam<KernelCase>
 TEST_P(KernelGateTest, DecidesOnceFromTheVersion)
 {
     const KernelCase& kernel = GetParam();
-    const auto system = std::make_shared<FakeSystemUtils>();
+    const auto system = std::make_shared<FakeTAVSystemUtils>();
     const auto running = version(kernel.major, kernel.minor, kernel.patch);
     RecordingLogger logger;
     TAVUtils utils(system, logger, running);
@@ -69,7 +69,7 @@ TEST_P(KernelGateTest, LogsOnlyAnOldKernel)
 {
     const KernelCase& kernel = GetParam();
     RecordingLogger logger;
-    TAVUtils utils(std::make_shared<FakeSystemUtils>(), logger, version(kernel.major, kernel.minor, kernel.patch));
+    TAVUtils utils(std::make_shared<FakeTAVSystemUtils>(), logger, version(kernel.major, kernel.minor, kernel.patch));
     utils.isCGroupsSupported();
 
     const std::string text = "CGroups is not supported for this operating system kernel( version: ";
@@ -106,7 +106,7 @@ TEST(TAVUtilsTest, WritesTheVersionAlikeUnderAnyLocale)
 {
     const std::locale before = std::locale::global(std::locale(std::locale::classic(), new GroupingNumbers));
     RecordingLogger logger;
-    const TAVUtils utils(std::make_shared<FakeSystemUtils>(), logger, version(2, 6, 18));
+    const TAVUtils utils(std::make_shared<FakeTAVSystemUtils>(), logger, version(2, 6, 18));
     std::locale::global(before);
 
     ASSERT_EQ(logger.lines().size(), 1U);
@@ -118,7 +118,7 @@ TEST(TAVUtilsTest, RefusesToExistWithoutAKernelVersion)
     RecordingLogger logger;
     try
     {
-        const TAVUtils utils(std::make_shared<FakeSystemUtils>(), logger, nullptr);
+        const TAVUtils utils(std::make_shared<FakeTAVSystemUtils>(), logger, nullptr);
         FAIL() << "constructed";
     }
     catch (const FMXException& exception)
@@ -138,9 +138,9 @@ TEST(TAVUtilsTest, DoesNotCheckTheSystemCalls)
 
 TEST(TAVUtilsTest, TakesBothPointersOver)
 {
-    auto system = std::make_shared<FakeSystemUtils>();
+    auto system = std::make_shared<FakeTAVSystemUtils>();
     auto kernel = version(3, 0, 0);
-    const std::weak_ptr<FakeSystemUtils> watchedSystem = system;
+    const std::weak_ptr<FakeTAVSystemUtils> watchedSystem = system;
     const std::weak_ptr<kernelVersion> watchedKernel = kernel;
     RecordingLogger logger;
     const TAVUtils utils(std::move(system), logger, std::move(kernel));
@@ -153,7 +153,7 @@ TEST(TAVUtilsTest, TakesBothPointersOver)
 
 TEST(TAVUtilsTest, SharesBothPointersWithTheCaller)
 {
-    const auto system = std::make_shared<FakeSystemUtils>();
+    const auto system = std::make_shared<FakeTAVSystemUtils>();
     const auto kernel = version(3, 0, 0);
     RecordingLogger logger;
     {
@@ -170,8 +170,8 @@ TEST(TAVUtilsTest, SharesBothPointersWithTheCaller)
 struct EndsInOrder
 {
     std::vector<std::string> ends;
-    std::shared_ptr<ITAVSystemUtils> system{new FakeSystemUtils,
-                                            [this](FakeSystemUtils* ended)
+    std::shared_ptr<ITAVSystemUtils> system{new FakeTAVSystemUtils,
+                                            [this](FakeTAVSystemUtils* ended)
                                             {
                                                 ends.emplace_back("system calls");
                                                 delete ended;
@@ -238,7 +238,7 @@ TEST(TAVUtilsTest, IsReleasedThroughItsInterface)
 TEST(TAVUtilsTest, TellsTheSystemClock)
 {
     RecordingLogger logger;
-    TAVUtils utils(std::make_shared<FakeSystemUtils>(), logger, version(3, 0, 0));
+    TAVUtils utils(std::make_shared<FakeTAVSystemUtils>(), logger, version(3, 0, 0));
     static_assert(std::is_same_v<decltype(utils.getCurrentSystemClockNow()), std::chrono::system_clock::time_point>);
 
     const auto before = std::chrono::system_clock::now();
@@ -251,7 +251,7 @@ TEST(TAVUtilsTest, TellsTheSystemClock)
 TEST(TAVUtilsTest, AnswersClockAndSupportOnAnyThread)
 {
     RecordingLogger logger;
-    TAVUtils utils(std::make_shared<FakeSystemUtils>(), logger, version(3, 0, 0));
+    TAVUtils utils(std::make_shared<FakeTAVSystemUtils>(), logger, version(3, 0, 0));
     const auto started = std::chrono::system_clock::now();
     std::vector<std::thread> threads;
     threads.reserve(4);
@@ -270,7 +270,7 @@ TEST(TAVUtilsTest, AnswersClockAndSupportOnAnyThread)
 
 TEST(TAVUtilsTest, RemovesNoLimit)
 {
-    const auto system = std::make_shared<FakeSystemUtils>();
+    const auto system = std::make_shared<FakeTAVSystemUtils>();
     RecordingLogger logger;
     TAVUtils utils(system, logger, version(3, 0, 0));
     for (const std::set<int>& pids : {std::set<int>{}, std::set<int>{-1, 0, 1, 4711}})

@@ -8,8 +8,8 @@
 #include <set>
 
 #include "DirectCalls.h"
-#include "support/ImaginarySystem.h"
 #include "tav/TAVUtils.h"
+#include "tav/testing/ImaginarySystem.h"
 
 namespace TAV::test
 {

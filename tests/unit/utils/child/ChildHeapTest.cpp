@@ -8,9 +8,9 @@
 #include <string_view>
 
 #include "HeapCounter.h"
-#include "support/RecordingLogger.h"
 #include "tav/TAVSystemUtils.h"
 #include "tav/TAVUtils.h"
+#include "tav/testing/RecordingLogger.h"
 
 /// Stands in for the program that the child would become. Only children come here: they end.
 extern "C" int execv(const char*, char* const*) noexcept

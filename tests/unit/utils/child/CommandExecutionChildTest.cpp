@@ -219,7 +219,8 @@ TEST_F(CommandExecutionChildTest, WhatDuplicatingAnswersDoesNotMatter)
     const Events untroubled = m_calls.events;
     for (const int err : {EBADF, EBUSY, EINTR, EMFILE})
     {
-        m_system->failCall("dup2", 1, err, test::FakeSystemUtils::Lasting::FromThenOn);
+        m_system->succeed();
+        m_system->failCall("dup2", 1, err, test::Lasting::FromThenOn);
         execute(nullptr);
         EXPECT_EQ(m_calls.events, untroubled) << err;
     }
@@ -254,7 +255,8 @@ TEST_F(CommandExecutionChildTest, AnswersTrueWhenDevNullCannotBeOpened)
 {
     for (const int err : {EMFILE, ENFILE, ENOENT, EACCES, EINTR, ENOMEM})
     {
-        m_system->failCall("open", 1, err, test::FakeSystemUtils::Lasting::FromThenOn);
+        m_system->succeed();
+        m_system->failCall("open", 1, err, test::Lasting::FromThenOn);
         EXPECT_TRUE(execute(nullptr)) << err;
         const Events& all = m_calls.events;
         ASSERT_GE(all.size(), 2U);

@@ -112,7 +112,7 @@ TEST_F(ErrorTextTest, InTheChildLeavesOutTheDuplicationsOfDevNull)
 
 TEST_F(ErrorTextTest, InTheChildLeavesOutTheClosingOfAPair)
 {
-    m_system->failCall("close", 1, EIO, test::FakeSystemUtils::Lasting::FromThenOn);
+    m_system->failCall("close", 1, EIO, test::Lasting::FromThenOn);
     EXPECT_FALSE(capture(nullptr));
     EXPECT_EQ(askedFor(), only(0));
 }

@@ -207,7 +207,8 @@ TEST_F(OutputCaptureChildTest, WhatClosingAnswersDoesNotMatter)
     for (const int err : {EBADF, EINTR, EIO})
     {
         m_calls.closeError = err;
-        m_system->failCall("close", 1, err, test::FakeSystemUtils::Lasting::FromThenOn);
+        m_system->succeed();
+        m_system->failCall("close", 1, err, test::Lasting::FromThenOn);
         capture(nullptr);
         EXPECT_EQ(m_calls.events, untroubled) << err;
     }
@@ -243,7 +244,8 @@ TEST_F(OutputCaptureChildTest, AnswersFalseWhenDevNullCannotBeOpened)
 {
     for (const int err : {EMFILE, ENFILE, ENOENT, EACCES, EINTR, ENOMEM})
     {
-        m_system->failCall("open", 1, err, test::FakeSystemUtils::Lasting::FromThenOn);
+        m_system->succeed();
+        m_system->failCall("open", 1, err, test::Lasting::FromThenOn);
         EXPECT_FALSE(capture(nullptr)) << err;
         const Events closes{"::close_range(0, 0)", "::close_range(7, 7)"};
         const Events end{"open(/dev/null, 2)", "log 2 TAVUtils: Failed to open /dev/null"};

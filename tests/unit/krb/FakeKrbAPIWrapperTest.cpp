@@ -12,7 +12,7 @@ namespace
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-class FakeKrbApiTest : public testing::Test
+class FakeKrbAPIWrapperTest : public testing::Test
 {
 protected:
     void SetUp() override
@@ -29,19 +29,19 @@ protected:
         api.krb5FreeContext(context);
     }
 
-    FakeKrbApi api;
+    FakeKrbAPIWrapper api;
     krb5_context context = nullptr;
     krb5_principal principal = nullptr;
 };
 
-TEST_F(FakeKrbApiTest, HasNoProblemsWhenEachThingIsReleasedOnce)
+TEST_F(FakeKrbAPIWrapperTest, HasNoProblemsWhenEachThingIsReleasedOnce)
 {
     endWell();
     EXPECT_THAT(api.problems(), IsEmpty());
     EXPECT_THAT(api.kept(), IsEmpty());
 }
 
-TEST_F(FakeKrbApiTest, NamesWhatIsNotReleased)
+TEST_F(FakeKrbAPIWrapperTest, NamesWhatIsNotReleased)
 {
     krb5_data salt{};
     krb5_keytab keytab = nullptr;
@@ -57,7 +57,7 @@ TEST_F(FakeKrbApiTest, NamesWhatIsNotReleased)
                             "cache 1 not released"));
 }
 
-TEST_F(FakeKrbApiTest, NoticesWhatIsUsedOrReleasedAfterItsRelease)
+TEST_F(FakeKrbAPIWrapperTest, NoticesWhatIsUsedOrReleasedAfterItsRelease)
 {
     krb5_timestamp now = 0;
     endWell();
@@ -67,7 +67,7 @@ TEST_F(FakeKrbApiTest, NoticesWhatIsUsedOrReleasedAfterItsRelease)
                 ElementsAre("released context 1 used", "released principal 1 used", "released context 1 used"));
 }
 
-TEST_F(FakeKrbApiTest, NoticesContentsThatAreReleasedTwice)
+TEST_F(FakeKrbAPIWrapperTest, NoticesContentsThatAreReleasedTwice)
 {
     krb5_data salt{};
     krb5_keyblock key{};
@@ -83,7 +83,7 @@ TEST_F(FakeKrbApiTest, NoticesContentsThatAreReleasedTwice)
     EXPECT_THAT(api.problems(), ElementsAre("released salt 1 used", "released key 1 used"));
 }
 
-TEST_F(FakeKrbApiTest, NoticesWhatItDidNotHandOut)
+TEST_F(FakeKrbAPIWrapperTest, NoticesWhatItDidNotHandOut)
 {
     int other = 0;
     api.krb5CcClose(context, reinterpret_cast<krb5_ccache>(&other));
@@ -92,7 +92,7 @@ TEST_F(FakeKrbApiTest, NoticesWhatItDidNotHandOut)
     EXPECT_THAT(api.problems(), ElementsAre("unknown cache used", "unknown keytab used"));
 }
 
-TEST_F(FakeKrbApiTest, NoticesAnEntryWhoseKeyIsGone)
+TEST_F(FakeKrbAPIWrapperTest, NoticesAnEntryWhoseKeyIsGone)
 {
     krb5_keytab keytab = nullptr;
     krb5_keytab_entry entry{};
@@ -108,7 +108,7 @@ TEST_F(FakeKrbApiTest, NoticesAnEntryWhoseKeyIsGone)
     EXPECT_THAT(api.problems(), ElementsAre("released key 1 used"));
 }
 
-TEST_F(FakeKrbApiTest, ReleasesContentsLikeTheLibrary)
+TEST_F(FakeKrbAPIWrapperTest, ReleasesContentsLikeTheLibrary)
 {
     const krb5_data none{};
     krb5_data data{0, 3, static_cast<char*>(std::malloc(3))}; // a leak, if it is not freed
@@ -127,7 +127,7 @@ TEST_F(FakeKrbApiTest, ReleasesContentsLikeTheLibrary)
     EXPECT_THAT(api.kept(), IsEmpty());
 }
 
-TEST_F(FakeKrbApiTest, ReleasesWholeStructuresLikeTheLibrary)
+TEST_F(FakeKrbAPIWrapperTest, ReleasesWholeStructuresLikeTheLibrary)
 {
     auto* data = static_cast<krb5_data*>(std::calloc(1, sizeof(krb5_data)));
     auto* key = static_cast<krb5_keyblock*>(std::calloc(1, sizeof(krb5_keyblock)));
@@ -143,7 +143,7 @@ TEST_F(FakeKrbApiTest, ReleasesWholeStructuresLikeTheLibrary)
     EXPECT_THAT(api.kept(), IsEmpty());
 }
 
-TEST_F(FakeKrbApiTest, KnowsTheNameOfAPrincipalAndOfItsCopy)
+TEST_F(FakeKrbAPIWrapperTest, KnowsTheNameOfAPrincipalAndOfItsCopy)
 {
     krb5_principal copy = nullptr;
     char* name = nullptr;
@@ -158,7 +158,7 @@ TEST_F(FakeKrbApiTest, KnowsTheNameOfAPrincipalAndOfItsCopy)
     EXPECT_THAT(api.problems(), IsEmpty());
 }
 
-TEST_F(FakeKrbApiTest, ReadsEachKeyTableAsEmpty)
+TEST_F(FakeKrbAPIWrapperTest, ReadsEachKeyTableAsEmpty)
 {
     krb5_keytab keytab = nullptr;
     krb5_keytab_entry entry{};
@@ -173,7 +173,7 @@ TEST_F(FakeKrbApiTest, ReadsEachKeyTableAsEmpty)
     EXPECT_THAT(api.problems(), IsEmpty());
 }
 
-TEST_F(FakeKrbApiTest, FailsTheCallsThatWerePlanned)
+TEST_F(FakeKrbAPIWrapperTest, FailsTheCallsThatWerePlanned)
 {
     krb5_timestamp now = 0;
     const auto results = [&]
@@ -188,7 +188,7 @@ TEST_F(FakeKrbApiTest, FailsTheCallsThatWerePlanned)
     api.failCall("krb5Timeofday", 2, ENOMEM);
     EXPECT_THAT(results(), ElementsAre(0, ENOMEM, 0, 0));
     EXPECT_TRUE(api.hasFailed());
-    api.failCall("krb5Timeofday", 3, -5, FakeKrbApi::Lasting::FromThenOn);
+    api.failCall("krb5Timeofday", 3, -5, Lasting::FromThenOn);
     EXPECT_THAT(results(), ElementsAre(0, 0, -5, -5));
     api.succeed();
     EXPECT_FALSE(api.hasFailed());
@@ -196,18 +196,19 @@ TEST_F(FakeKrbApiTest, FailsTheCallsThatWerePlanned)
     endWell();
 }
 
-TEST_F(FakeKrbApiTest, FillsTheOutputOfAFailureIfPlannedSo)
+TEST_F(FakeKrbAPIWrapperTest, FillsTheOutputOfAFailureIfPlannedSo)
 {
     krb5_timestamp now = 5;
     api.failCall("krb5Timeofday", 1, ENOMEM);
     EXPECT_EQ(api.krb5Timeofday(context, &now), ENOMEM);
     EXPECT_EQ(now, 5);
-    api.failCall("krb5Timeofday", 1, ENOMEM, FakeKrbApi::Lasting::Once, FakeKrbApi::Output::Filled);
+    api.outputOfFailures = FakeKrbAPIWrapper::Output::Filled;
+    api.failCall("krb5Timeofday", 1, ENOMEM);
     EXPECT_EQ(api.krb5Timeofday(context, &now), ENOMEM);
     EXPECT_EQ(now, api.now);
 }
 
-TEST_F(FakeKrbApiTest, CountsOnlyCallsThatCanFailWhenAnyIsToFail)
+TEST_F(FakeKrbAPIWrapperTest, CountsOnlyCallsThatCanFailWhenAnyIsToFail)
 {
     krb5_timestamp now = 0;
     api.failAnyCall(2, ENOMEM);
@@ -217,7 +218,7 @@ TEST_F(FakeKrbApiTest, CountsOnlyCallsThatCanFailWhenAnyIsToFail)
     EXPECT_EQ(api.krb5InitContext(&context), ENOMEM);
 }
 
-TEST_F(FakeKrbApiTest, ClosesEvenIfClosingFails)
+TEST_F(FakeKrbAPIWrapperTest, ClosesEvenIfClosingFails)
 {
     krb5_keytab keytab = nullptr;
     api.krb5KtResolve(context, "FILE:/keytab", &keytab);
