@@ -37,7 +37,7 @@ case $way in
     }
     cmake --build "$work/build"
     program=$work/build/consumer
-    logging=$work/build/consumer_logging
+    parts=$work/build
     ;;
   pkg-config*)
     if [ "$prefix" != /usr ]; then
@@ -48,14 +48,22 @@ case $way in
     program=$work/consumer
     # shellcheck disable=SC2046,SC2086 # lists of options
     "$compiler" -std=c++17 $flags "$consumer/main.cpp" $(pkg-config --cflags --libs tavutils tavsystemutils) -o "$program"
-    logging=$work/consumer_logging
+    parts=$work
     if pkg-config --exists tavlogging; then
       spdlog=
       if pkg-config --exists spdlog; then
         spdlog="-DWITH_SPDLOG $(pkg-config --cflags --libs spdlog)"
       fi
       # shellcheck disable=SC2046,SC2086 # lists of options
-      "$compiler" -std=c++17 $flags "$consumer/logging.cpp" $(pkg-config --cflags --libs tavlogging) $spdlog -o "$logging"
+      "$compiler" -std=c++17 $flags "$consumer/logging.cpp" $(pkg-config --cflags --libs tavlogging) $spdlog -o "$work/consumer_logging"
+    fi
+    if pkg-config --exists tavtesting; then
+      # shellcheck disable=SC2046,SC2086 # lists of options
+      "$compiler" -std=c++17 $flags "$consumer/testing.cpp" $(pkg-config --cflags --libs tavtesting) -o "$work/consumer_testing"
+      if pkg-config --exists gmock gtest_main; then
+        # shellcheck disable=SC2046,SC2086 # lists of options
+        "$compiler" -std=c++17 $flags "$consumer/mock.cpp" $(pkg-config --cflags --libs tavtesting gmock gtest_main) -o "$work/consumer_mock"
+      fi
     fi
     ;;
 esac
@@ -71,9 +79,15 @@ fi
 
 # The loggers are an option. Where their headers were installed, they must have been found, and need no library of ours.
 if [ -e "$prefix/include/tav/logging" ]; then
-  if ldd "$logging" | grep libtav; then
+  if ldd "$parts/consumer_logging" | grep libtav; then
     echo "the loggers need a library that they must do without" >&2
     exit 1
   fi
-  "$logging"
+  "$parts/consumer_logging"
+fi
+
+# So are the test doubles; their mocks are built only where there is GoogleMock.
+if [ -e "$prefix/include/tav/testing" ]; then
+  "$parts/consumer_testing"
+  [ ! -e "$parts/consumer_mock" ] || "$parts/consumer_mock" --gtest_brief=1
 fi
