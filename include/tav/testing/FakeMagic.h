@@ -49,7 +49,8 @@ public:
     /// The types of files by the path that is asked for.
     std::map<std::string, Type> types;
     /// The types of descriptors by their number, 0 for standard input. One that is not here is looked up in `types` by
-    /// the path that it was opened with; one that is not open at all gives null.
+    /// the path that it was opened with; one that is not open gives null, and -1 "application/x-empty", as with today's
+    /// libmagic: check what open(2) gave before.
     std::map<int, Type> descriptorTypes;
     /// What has no entry in the tables. Note that libmagic answers for a missing file with a text like
     /// "cannot open `/x' (No such file or directory)".
@@ -159,6 +160,8 @@ inline FakeMagic::Type FakeMagic::typeOf(int fd) const
     const auto type = descriptorTypes.find(fd);
     if (type != descriptorTypes.end())
         return type->second;
+    if (fd == -1)
+        return "application/x-empty";
     std::error_code isNotOpen;
     const auto path = std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(fd), isNotOpen);
     return isNotOpen ? std::nullopt : typeOf(path.string());

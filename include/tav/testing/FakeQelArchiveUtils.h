@@ -192,7 +192,7 @@ inline std::filesystem::path FakeQelArchiveUtils::withExtension(const Path& arch
 inline std::string FakeQelArchiveUtils::nameOf(const Path& input)
 {
     const Path path = input.has_filename() ? input : input.parent_path();
-    const bool isPlain = path.is_relative() && *path.begin() != "." && *path.begin() != "..";
+    const bool isPlain = !path.empty() && path.is_relative() && *path.begin() != "." && *path.begin() != "..";
     return isPlain ? path.string() : path.filename().string();
 }
 
