@@ -15,7 +15,7 @@ packages_of() {
     coverage) echo "gcovr" ;;
     format) echo "clang-format" ;;
     lint) echo "clang-tidy clang-format shellcheck" ;;
-    docs) echo "doxygen" ;;
+    docs) echo "doxygen doxygen-awesome-css python3" ;;
     abi) echo "abigail-tools" ;;
     package) echo "debhelper dpkg-dev lintian debootstrap util-linux" ;;
     *) die "no package group is called '$1'" ;;
