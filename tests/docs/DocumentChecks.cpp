@@ -57,7 +57,8 @@ std::string region(const std::string& text, const std::string& name)
 {
     if (name.empty())
         return text;
-    const std::string mark = "//! [" + name + "]\n";
+    const std::string cppMark = "//! [" + name + "]\n";
+    const std::string mark = text.find(cppMark) == std::string::npos ? "# [" + name + "]\n" : cppMark;
     const std::size_t first = text.find(mark);
     if (first == std::string::npos)
         return "";

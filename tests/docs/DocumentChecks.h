@@ -37,7 +37,7 @@ std::vector<std::string> unknownCommands(const Page& page, const std::string& he
 /// Code blocks that are not what they say they are. Such a block stands under a line
 ///
 ///     <!-- quoted from PATH -->            the whole file, or
-///     <!-- quoted from PATH: NAME -->      what stands between two lines "//! [NAME]"
+///     <!-- quoted from PATH: NAME -->      what stands between two lines "//! [NAME]" or "# [NAME]"
 std::vector<std::string> staleQuotes(const Page& page, const std::filesystem::path& root);
 
 } // namespace TAV::test

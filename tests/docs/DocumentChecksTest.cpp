@@ -22,6 +22,7 @@ protected:
         std::filesystem::create_directories(tree.file("docs"));
         std::filesystem::create_directories(tree.file("src"));
         tree.write("src/one.cpp", "int a;\n//! [part]\nint b;\n//! [part]\nTEST_F(OneTest, Holds)\n");
+        tree.write("src/CMakeLists.txt", "# [part]\nproject(one)\n# [part]\n# [open]\n");
         tree.write("docs/two.md", "two\n");
     }
 
@@ -76,6 +77,7 @@ TEST_F(DocumentChecksTest, ReportsCommandThatIsNotListed)
 TEST_F(DocumentChecksTest, AcceptsQuotesThatAreExact)
 {
     EXPECT_THAT(staleQuotes(page("<!-- quoted from src/one.cpp: part -->\n```cpp\nint b;\n```\n"
+                                 "<!-- quoted from src/CMakeLists.txt: part -->\n```cmake\nproject(one)\n```\n"
                                  "<!-- quoted from docs/two.md -->\n```text\ntwo\n```\n"),
                             tree.path()),
                 IsEmpty());
@@ -90,9 +92,10 @@ TEST_F(DocumentChecksTest, ReportsQuoteThatDiffers)
 TEST_F(DocumentChecksTest, ReportsQuoteOfPartOrFileThatIsNotThere)
 {
     EXPECT_THAT(staleQuotes(page("<!-- quoted from src/one.cpp: none -->\n```cpp\n```\n"
+                                 "<!-- quoted from src/CMakeLists.txt: open -->\n```cmake\n```\n"
                                  "<!-- quoted from src/none.cpp -->\n```cpp\nint b;\n```\n"),
                             tree.path()),
-                ElementsAre("src/one.cpp: none", "src/none.cpp: "));
+                ElementsAre("src/one.cpp: none", "src/CMakeLists.txt: open", "src/none.cpp: "));
 }
 
 } // namespace
