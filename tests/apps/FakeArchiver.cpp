@@ -1,10 +1,9 @@
 #include "apps/FakeArchiver.h"
 
-#include <nlohmann/json.hpp>
-
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <vector>
 
 #include "support/TemporaryDirectory.h"
 
@@ -14,42 +13,40 @@ namespace
 {
 
 namespace fs = std::filesystem;
-using nlohmann::json;
 
 constexpr const char* kRecord = "record.json";
-
-void writeFile(const fs::path& path, const std::string& content)
-{
-    std::ofstream(path, std::ios::binary).write(content.data(), static_cast<std::streamsize>(content.size()));
-}
 
 std::vector<fs::path> sortedFiles(const fs::path& directory)
 {
     std::vector<fs::path> files;
     for (const auto& entry : fs::directory_iterator(directory))
-        files.push_back(entry.path());
+    {
+        if (entry.is_regular_file())
+            files.push_back(entry.path());
+    }
     std::sort(files.begin(), files.end());
     return files;
 }
 
-std::string bytesOf(const json& value)
+void alterLastByte(const fs::path& file)
 {
-    const auto& binary = value.get_binary();
-    return {binary.begin(), binary.end()};
-}
-
-json binaryOf(const std::string& bytes)
-{
-    return json::binary({bytes.begin(), bytes.end()});
+    std::string bytes = readFile(file.string());
+    bytes.back() = static_cast<char>(bytes.back() ^ 1);
+    std::ofstream(file, std::ios::binary).write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
 }
 
 } // namespace
 
-bool FakeArchiver::executeSystemCommand(const std::vector<std::string>& argv, const std::map<int, bool>*)
+FakeArchiver::FakeArchiver()
 {
-    m_commands.push_back(argv);
-    if (onCommand)
-        onCommand(argv);
+    m_archives.failure = FakeQelArchiveUtils::Failure::HalfDone;
+    onCommand = [this](const Argv& argv) { return run(argv); };
+}
+
+bool FakeArchiver::run(const Argv& argv)
+{
+    if (beforeCommand)
+        beforeCommand(argv);
     if (fault == Fault::ToolMissing)
         return false;
     std::string password;
@@ -72,40 +69,24 @@ bool FakeArchiver::executeSystemCommand(const std::vector<std::string>& argv, co
 
 bool FakeArchiver::create(const std::string& archive, const std::string& directory, const std::string& password)
 {
-    json content{{"password", password}, {"files", json::object()}};
-    const std::vector<fs::path> files = sortedFiles(directory);
-    for (const fs::path& file : files)
-    {
-        if (fault != Fault::CreateDropsFile || file != files.front())
-            content["files"][file.filename().string()] = binaryOf(readFile(file.string()));
-        fs::remove(file);
-        if (fault == Fault::CreateHalfDone)
-            break;
-    }
-    if (fault != Fault::CreateHalfDone)
-        fs::remove(directory);
-    const std::vector<std::uint8_t> bytes = json::to_cbor(content);
-    writeFile(archive, {bytes.begin(), bytes.end()});
-    return fault != Fault::CreateHalfDone;
+    if (fault == Fault::CreateHalfDone)
+        m_archives.failCall("createArchive", 1);
+    if (fault == Fault::CreateDropsFile)
+        fs::remove(sortedFiles(directory).at(0));
+    return m_archives.createArchive(archive, ArchiveType::SevenZip, {directory}, {}, password);
 }
 
 bool FakeArchiver::extract(const std::string& archive, const std::string& directory, const std::string& password)
 {
-    const json content = json::from_cbor(readFile(archive));
-    if (fault == Fault::ExtractFails || content.at("password") != password)
+    if (fault == Fault::ExtractFails || !m_archives.extractArchive(archive, directory, password))
         return false;
-    fs::create_directories(directory);
-    bool isFirst = true;
-    for (const auto& [name, value] : content.at("files").items())
-    {
-        std::string bytes = bytesOf(value);
-        const bool isRecord = name == kRecord;
-        if ((fault == Fault::ExtractAltersFile && !isRecord && isFirst) ||
-            (fault == Fault::ExtractAltersRecord && isRecord))
-            bytes.back() = static_cast<char>(bytes.back() ^ 1);
-        isFirst = isFirst && isRecord;
-        writeFile(fs::path(directory) / name, bytes);
-    }
+    const fs::path record = fs::path(directory) / kRecord;
+    std::vector<fs::path> files = sortedFiles(directory);
+    files.erase(std::remove(files.begin(), files.end(), record), files.end());
+    if (fault == Fault::ExtractAltersFile)
+        alterLastByte(files.at(0));
+    if (fault == Fault::ExtractAltersRecord)
+        alterLastByte(record);
     return true;
 }
 

@@ -2,16 +2,16 @@
 
 #include <functional>
 #include <string>
-#include <vector>
 
-#include "tav/ITAVUtils.h"
+#include "tav/testing/FakeQelArchiveUtils.h"
+#include "tav/testing/FakeTAVUtils.h"
 
 namespace TAV::test
 {
 
 /// Stands for the archive tool: takes the command lines that `QelArchiveUtils` makes and does what the tool would do,
-/// within the process. Its archives hold one text per file and the password.
-class FakeArchiver : public ITAVUtils
+/// within the process.
+class FakeArchiver : public FakeTAVUtils
 {
 public:
     enum class Fault
@@ -25,28 +25,20 @@ public:
         ExtractAltersRecord,
     };
 
+    FakeArchiver();
+
     Fault fault = Fault::None;
     /// Called before a command does anything, with its arguments.
-    std::function<void(const std::vector<std::string>&)> onCommand;
+    std::function<void(const Argv&)> beforeCommand;
     /// Called when a command has done its work.
-    std::function<void(const std::vector<std::string>&)> afterCommand;
-
-    const std::vector<std::vector<std::string>>& commands() const { return m_commands; }
-
-    bool executeSystemCommand(const std::vector<std::string>& argv, const std::map<int, bool>*) override;
-
-    std::chrono::system_clock::time_point getCurrentSystemClockNow() override { return {}; }
-    bool setCPULimit(std::set<int>, unsigned short, std::string) override { return false; }
-    void removeCPULimit(std::set<int>, std::string) override {}
-    bool readSystemCommandOutput(std::vector<std::string>, const std::map<int, bool>*, int*) override { return false; }
-    bool isCGroupsSupported() override { return false; }
-    bool isDefaultCGroupsMountAvailable() override { return false; }
+    std::function<void(const Argv&)> afterCommand;
 
 private:
+    bool run(const Argv& argv);
     bool create(const std::string& archive, const std::string& directory, const std::string& password);
     bool extract(const std::string& archive, const std::string& directory, const std::string& password);
 
-    std::vector<std::vector<std::string>> m_commands;
+    FakeQelArchiveUtils m_archives;
 };
 
 } // namespace TAV::test

@@ -100,7 +100,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST_F(QuarantineFailureTest, AnExceptionOfTheToolPutsEveryFileBack)
 {
-    m_tool->onCommand = [](const std::vector<std::string>&) { throw std::runtime_error("no memory"); };
+    m_tool->beforeCommand = [](const std::vector<std::string>&) { throw std::runtime_error("no memory"); };
     Quarantine quarantine = open();
     EXPECT_THAT(quarantine.store(root(), threeFiles(), never).problems, Each("no memory"));
     expectAllInPlace("after the exception");
@@ -172,7 +172,7 @@ TEST_F(QuarantineFailureTest, ADirectoryReplacedByALinkIsNotFollowed)
 TEST_F(QuarantineFailureTest, WhatCannotGoBackIsKeptAndTold)
 {
     const RecordEntry file = denied("a", "one");
-    m_tool->onCommand = [this](const std::vector<std::string>&) { std::ofstream(root() + "/a") << "usurper"; };
+    m_tool->beforeCommand = [this](const std::vector<std::string>&) { std::ofstream(root() + "/a") << "usurper"; };
     m_tool->fault = FakeArchiver::Fault::ToolMissing;
     {
         Quarantine quarantine = open();
@@ -202,11 +202,11 @@ TEST_F(QuarantineFailureTest, TheNextRunPutsBackWhatACrashLeft)
                 if (argv[1] == command)
                     ::_exit(kCrashed);
             };
-            (isAfter ? m_tool->afterCommand : m_tool->onCommand) = crash;
+            (isAfter ? m_tool->afterCommand : m_tool->beforeCommand) = crash;
             const int code = exitCodeOfChild([&] { open().store(root(), files, never); });
             ASSERT_EQ(code, kCrashed);
             EXPECT_THAT(contentOf(root()), IsEmpty()) << "the crash came with the files on their way";
-            m_tool->onCommand = m_tool->afterCommand = nullptr;
+            m_tool->beforeCommand = m_tool->afterCommand = nullptr;
 
             open();
             expectAllInPlace(std::string("crash at ") + command);
