@@ -4,34 +4,29 @@
 
 #include <cerrno>
 
-#include "tav/TAVSystemUtils.h"
 #include "tav/TAVUtils.h"
+#include "tav/testing/FakeTAVSystemUtils.h"
 #include "tav/testing/RecordingLogger.h"
 
 namespace
 {
 
-//! [failing system]
-/// The real system, but out of descriptors when a pipe is made.
-class SystemWithoutPipes : public TAV::TAVSystemUtils
-{
-public:
-    int pipe(std::array<int, 2>&, int& err, int) override
-    {
-        err = EMFILE;
-        return -1;
-    }
-};
-//! [failing system]
+using TAV::test::FakeTAVSystemUtils;
+using TAV::test::LogLine;
+using TAV::test::RecordingLogger;
 
+//! [failing system]
 TEST(FailingSystemTest, CommandFailsWithoutPipe)
 {
-    TAV::test::RecordingLogger logger;
-    TAV::TAVUtils utils(std::make_shared<SystemWithoutPipes>(), logger, std::make_shared<TAV::kernelVersion>());
+    RecordingLogger logger;
+    const auto system = std::make_shared<FakeTAVSystemUtils>(); // forwards to the real system,
+    system->failCall("pipe", 1, EMFILE);                        // but is out of descriptors once
+    TAV::TAVUtils utils(system, logger, std::make_shared<TAV::kernelVersion>());
 
     EXPECT_FALSE(utils.executeSystemCommand({"/bin/true"}, nullptr));
-    EXPECT_EQ(logger.lines().back(),
-              (TAV::test::LogLine{2, "TAVUtils", "Failed to create Pipe FD to execute system command"}));
+    EXPECT_EQ(logger.lines().back(), (LogLine{2, "TAVUtils", "Failed to create Pipe FD to execute system command"}));
+    EXPECT_EQ(system->countOf("fork"), 0U);
 }
+//! [failing system]
 
 } // namespace
