@@ -37,8 +37,15 @@ trap 'exit 143' TERM
 cd "$work"
 mkdir files truth
 
+# On a terminal that has colours, and whose user wants them.
+bold='' red='' yellow='' plain=''
+if [ -t 1 ] && [ -z "${NO_COLOR:-}" ] && [ "${TERM:-dumb}" != dumb ]; then
+  bold=$(printf '\033[1m') red=$(printf '\033[1;31m') yellow=$(printf '\033[33m') plain=$(printf '\033[0m')
+fi
+
 say() { printf '%s\n' "$*"; }
-step() { printf '\n== %s\n\n' "$*"; }
+step() { printf '\n%s== %s%s\n\n' "$bold" "$*" "$plain"; }
+show() { sed -E -e "s/^( *)(QUARANTINED)/\1$red\2$plain/" -e "s/^( *)(UNKNOWN)/\1$yellow\2$plain/" -e "s/ON THE DENY LIST/$red&$plain/"; }
 
 # take FILE NAME: copies a file of the machine, if it is there, and says so.
 take() {
@@ -196,7 +203,8 @@ check_restored() {
     cmp "back/$name" "truth/$name" || fail "$name came back with other bytes"
     [ "$(stat -c '%a %Y' "back/$name")" = "$(stat -c '%a %Y' "truth/$name")" ] ||
       fail "$name came back with other permissions or another time"
-    say "  $name  the same bytes, permissions $(stat -c %a "back/$name"), time $(stat -c %y "back/$name" | cut -c 1-19)"
+    say "  $name"
+    say "      has the same bytes, permissions $(stat -c %a "back/$name"), time $(stat -c %y "back/$name" | cut -c 1-19)"
   done <denied
   [ "$(find back -type f | wc -l)" -eq "$(wc -l <denied)" ] || fail "more came back than was denied"
 }
@@ -218,6 +226,10 @@ start_server() {
 
 # count PATTERN: the lines of the table whose first columns fit.
 count() { grep -c -E "^$1" table || :; }
+
+say "endpoint_scan is a small daemon made of the library's services. This shows it at work on copies of files of this"
+say "machine, in $work. It takes some seconds. What is claimed on the way has been checked: if"
+say "something does not hold, the demo says so and fails."
 
 step "1. Files of many kinds, collected from this machine"
 mkdir -p files/programs files/libraries files/scripts files/pictures files/texts files/archives files/odd
@@ -249,12 +261,12 @@ say "  \$ endpoint_scan scan files --deny-list deny.txt --quarantine quarantine 
 say
 expect 1 "$scanner" scan files --deny-list deny.txt --quarantine quarantine --password-file password --json report.json \
   >table
-cat table
+show <table
 say
 say "(its exit code is 1: denied files were found, and all of them are in the quarantine now)"
 
 step "4. What that means, file by file"
-explain table
+explain table | show
 [ "$(grep -c '^QUARANTINED ' table)" -eq "$(wc -l <denied)" ] || fail "not every denied file was quarantined"
 [ "$(explain table | grep -c 'WENT WRONG')" -eq 0 ] || fail "some files were not dealt with"
 [ "$(explain table | grep -c '^      ')" -eq "$(find truth ! -type d | wc -l)" ] || fail "some files are not in the table"
@@ -312,7 +324,7 @@ mkdir again
 cp -a truth/. again/
 expect 1 "$scanner" scan again --server "localhost:$port" --ca ca.pem --threads 2 --quarantine quarantine2 \
   --password-file password >table
-cat table
+show <table
 [ "$(count 'QUARANTINED +server ')" -eq "$(wc -l <denied)" ] || fail "the server's verdicts differ from the list's"
 while IFS= read -r name; do
   [ ! -e "again/$name" ] || fail "$name is malicious and still there"
@@ -323,11 +335,11 @@ say "is. Of $(count '[A-Za-z]+ +server ') questions $(count '[A-Za-z]+ +server +
 
 step "10. The server goes away"
 stop_server
-say "It says good-bye: $(cat server.log)"
+say "Its last words: $(cat server.log)"
 say
 expect 6 "$scanner" scan again --server "localhost:$port" --ca ca.pem --quarantine quarantine2 \
   --password-file password >table
-grep '^UNKNOWN ' table | head -n 3 | sed 's/^/  /'
+grep '^UNKNOWN ' table | head -n 3 | sed 's/^/  /' | show
 say "  ..."
 tail -n 1 table | sed 's/^/  /'
 [ "$(count 'UNKNOWN ')" -eq $(($(find truth -type f | wc -l) - $(wc -l <denied))) ] || fail "somebody made verdicts up"

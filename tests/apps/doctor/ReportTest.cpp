@@ -28,7 +28,7 @@ TEST(DoctorReportTest, NamesTheServiceOnce)
     EXPECT_EQ(textOf({"Archives", "7-zip", {}}, true, false), "Archives\n  ok       7-zip        \n");
 }
 
-TEST(DoctorReportTest, ColoursTheStateOnly)
+TEST(DoctorReportTest, ColoursServiceAndStateOnly)
 {
     struct Case
     {
@@ -39,7 +39,10 @@ TEST(DoctorReportTest, ColoursTheStateOnly)
                           Case{State::Note, "  \x1b[36mnote   \x1b[0m  c            t\n"},
                           Case{State::Warning, "  \x1b[33mwarning\x1b[0m  c            t\n"},
                           Case{State::Problem, "  \x1b[1;31mproblem\x1b[0m  c            t\n"}})
+    {
         EXPECT_EQ(textOf({"S", "c", {c.state, "t", {}}}, false, true), c.line);
+        EXPECT_EQ(textOf({"S", "c", {c.state, "t", {}}}, true, true), std::string("\x1b[1mS\x1b[0m\n") + c.line);
+    }
 }
 
 TEST(DoctorReportTest, CountsEachState)

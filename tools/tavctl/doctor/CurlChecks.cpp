@@ -117,7 +117,8 @@ std::optional<Finding> checkCertificates(Host& host, const Questions& questions)
     if (file.error != 0)
         return Finding{State::Problem,
                        shown + ": " + std::strerror(file.error),
-                       {"every query fails without it (libcurl's code 77)"}};
+                       {"name the file of the authority that signed the server's certificate, in PEM;",
+                        "every query fails without it (libcurl's code 77)"}};
     return judge(readBundle(file.text, host.now()), shown);
 }
 

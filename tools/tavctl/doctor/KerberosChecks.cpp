@@ -67,7 +67,7 @@ std::optional<Finding> checkKerberosConfiguration(Host& host, const Questions& /
         return Finding{State::Warning,
                        shown + " is the distribution's sample: its default realm is " + kSampleRealm,
                        {"a principal without a realm would be asked for at that realm, on the Internet;",
-                        "set default_realm, or not needed if no proxy asks for Kerberos"}};
+                        "set default_realm; not needed if no proxy asks for Kerberos"}};
     if (facts.defaultRealm.empty())
         return Finding{State::Note, shown + " sets no default_realm: give principals as user@REALM", {}};
     return Finding{State::Ok, shown + ", default realm " + programs::printable(facts.defaultRealm), {}};

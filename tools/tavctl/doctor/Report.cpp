@@ -23,6 +23,7 @@ constexpr std::array<StateStyle, 4> kStyles{{
     {State::Problem, "problem", "problems", "1;31"},
 }};
 
+constexpr const char* kHeadingColour = "1"; // bold
 constexpr std::size_t kStateWidth = 7;
 constexpr std::size_t kCheckWidth = 11;
 const std::string kIndent(2, ' ');
@@ -48,11 +49,11 @@ std::string nameOf(State state)
 std::string textOf(const Entry& entry, bool isFirst, bool isColoured)
 {
     const StateStyle& style = styleOf(entry.finding.state);
-    std::string state = padded(style.name, kStateWidth);
-    if (isColoured)
-        state = std::string("\x1b[") + style.colour + "m" + state + "\x1b[0m";
-    std::string text = isFirst ? entry.service + "\n" : "";
-    text += kIndent + state + kGap + padded(entry.check, kCheckWidth) + kGap + entry.finding.text + "\n";
+    const auto shown = [isColoured](const std::string& words, const char* colour)
+    { return isColoured ? std::string("\x1b[") + colour + "m" + words + "\x1b[0m" : words; };
+    std::string text = isFirst ? shown(entry.service, kHeadingColour) + "\n" : "";
+    text += kIndent + shown(padded(style.name, kStateWidth), style.colour) + kGap + padded(entry.check, kCheckWidth) +
+            kGap + entry.finding.text + "\n";
     const std::string margin(kIndent.size() + kStateWidth + kGap.size() + kCheckWidth + kGap.size(), ' ');
     for (std::size_t i = 0; i < entry.finding.advice.size(); ++i)
         text += margin + (i == 0 ? "-> " : "   ") + entry.finding.advice[i] + "\n";
