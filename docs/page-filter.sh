@@ -1,9 +1,15 @@
 #!/bin/sh
-# page-filter.sh FILE: a page or a header as doxygen gets it. Behind a page's title comes the list of its sections. An
-# address that stands for others ("https://HOST:PORT/1") must not become a link: a space of no width keeps it from that.
-toc='1s/^# .*/&\n\n[TOC]/'
-case $1 in
-  *.md) ;;
-  *) toc= ;;
-esac
-sed -e "$toc" -e "s#\(https\{0,1\}\)://HOST#\1$(printf '\342\200\213')://HOST#g" "$1"
+# page-filter.sh FILE: a page or a header as doxygen gets it.
+#
+# A page gets the list of its sections behind its title. An address that stands for others ("https://HOST:PORT/1") must
+# not become a link: a space of no width keeps it from that. And types that are private in a class are left out: doxygen
+# 1.9.4 links to them although it does not show them.
+awk '
+  { gsub(/:\/\/HOST/, "\342\200\213&") }
+  FILENAME ~ /\.md$/ { print; if (FNR == 1) print "\n[TOC]"; next }
+  /^[a-z]*:$/ { isPrivate = $0 == "private:" }
+  /^};/ { isPrivate = 0 }
+  isPrivate && /^    (struct|class|enum) [^;]*$/ { isType = 1 }
+  { print isType ? "" : $0 }
+  /^    };/ { isType = 0 }
+' "$1"

@@ -11,7 +11,7 @@ compiler=$3
 
 work=$(mktemp -d)
 reader=
-trap '[ -z "$reader" ] || kill -KILL -"$reader" 2>/dev/null; rm -rf "$work"' EXIT
+trap '[ -z "$reader" ] || kill -KILL -"$reader" 2>/dev/null || :; rm -rf "$work"' EXIT
 mkdir "$work/you"
 cmake --install "$build" --prefix "$work/installed" >"$work/install.log"
 
