@@ -15,13 +15,15 @@
 #include "tav/QelArchiveUtils.h"
 #include "tav/TAVSystemUtils.h"
 #include "tav/TAVUtils.h"
+#include "tav/testing/FakeQelArchiveUtils.h"
 #include "tav/testing/RecordingLogger.h"
 
 namespace
 {
 
+using TAV::test::FakeQelArchiveUtils;
 using TAV::test::SacrificialProcess;
-using testing::ElementsAre;
+using testing::IsEmpty;
 
 //! [safe archive names]
 /// Absolute, so that neither '@' nor '-' stands first.
@@ -66,28 +68,6 @@ bool moveIntoArchive(TAV::IQelArchiveUtils& archives,
 }
 //! [safe archive names]
 
-/// Tells what the tool would be run with.
-class RecordingArchives : public TAV::IQelArchiveUtils
-{
-public:
-    bool createArchive(const std::string&,
-                       TAV::ArchiveType,
-                       const std::vector<std::string>& files,
-                       const std::vector<TAV::ArchiveInputFileInfo>&,
-                       const std::string&) override
-    {
-        inputs = files;
-        for (const std::string& file : files)
-            std::filesystem::remove(deletesInputs ? file : "");
-        return true;
-    }
-
-    bool extractArchive(const std::string&, const std::string&, const std::string&) override { return false; }
-
-    std::vector<std::string> inputs;
-    bool deletesInputs = true;
-};
-
 TEST(SafeArchiveNamesTest, RefusesEveryPattern)
 {
     for (const char* name : {"/q/*", "/q/a?", "*", "/q?/a"})
@@ -106,37 +86,37 @@ TEST(SafeArchiveNamesTest, MakesNamesAbsolute)
 TEST(SafeArchiveNamesTest, RefusesAllInputsForOneMissing)
 {
     const TAV::test::TemporaryDirectory directory;
-    RecordingArchives archives;
+    FakeQelArchiveUtils archives;
     const std::string present = directory.write("present", "x");
 
     EXPECT_FALSE(moveIntoArchive(archives, directory.file("a.7z"), {present, directory.file("missing")}, ""));
-    EXPECT_THAT(archives.inputs, ElementsAre());
+    EXPECT_THAT(archives.calls(), IsEmpty());
 }
 
 TEST(SafeArchiveNamesTest, RefusesTwoInputsOfOneBaseName)
 {
     const TAV::test::TemporaryDirectory directory;
-    RecordingArchives archives;
+    FakeQelArchiveUtils archives;
     std::filesystem::create_directory(directory.file("d"));
 
     EXPECT_FALSE(moveIntoArchive(
         archives, directory.file("a.7z"), {directory.write("x", "1"), directory.write("d/x", "2")}, ""));
-    EXPECT_THAT(archives.inputs, ElementsAre());
+    EXPECT_THAT(archives.calls(), IsEmpty());
 }
 
 TEST(SafeArchiveNamesTest, RefusesArchiveWithoutExtension)
 {
     const TAV::test::TemporaryDirectory directory;
-    RecordingArchives archives;
+    FakeQelArchiveUtils archives;
 
     EXPECT_FALSE(moveIntoArchive(archives, directory.file("a"), {directory.write("x", "1")}, ""));
-    EXPECT_THAT(archives.inputs, ElementsAre());
+    EXPECT_THAT(archives.calls(), IsEmpty());
 }
 
 TEST(SafeArchiveNamesTest, NoticesInputThatTheToolCouldNotDelete)
 {
     const TAV::test::TemporaryDirectory directory;
-    RecordingArchives archives;
+    FakeQelArchiveUtils archives;
     const std::string input = directory.write("x", "1");
     archives.deletesInputs = false;
 

@@ -64,6 +64,10 @@ public:
     };
     Failure failure = Failure::NothingDone;
 
+    /// Whether inputs can be deleted. On a read-only file system they cannot: they are stored, stay, and the result is
+    /// true.
+    bool deletesInputs = true;
+
     /// The files of an archive, name in the archive to content, protected ones too; empty for what is no archive of
     /// this class.
     static std::map<std::string, std::string> contentOf(const std::string& archivePath);
@@ -141,7 +145,8 @@ inline bool FakeQelArchiveUtils::createArchive(const std::string& archivePath,
         keepFirstFile(entries);
     if (!hasNoNameTwice(entries) || !store(withExtension(archivePath), entries))
         return false;
-    removeSources(entries);
+    if (deletesInputs)
+        removeSources(entries);
     return isComplete && !fault;
 }
 

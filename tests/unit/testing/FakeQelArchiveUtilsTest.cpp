@@ -109,6 +109,14 @@ TEST_F(FakeQelArchiveUtilsTest, HalfADirectoryIsItsFirstFile)
     EXPECT_EQ(readFile(directory.file("tree/b")), "2");
 }
 
+TEST_F(FakeQelArchiveUtilsTest, InputsThatCannotBeDeletedAreStoredAndStay)
+{
+    archives.deletesInputs = false;
+    EXPECT_TRUE(create(twoFiles()));
+    EXPECT_EQ(readFile(directory.file("x")) + readFile(directory.file("y")), "12");
+    EXPECT_THAT(FakeQelArchiveUtils::contentOf(archive), ElementsAre(Pair("x", "1"), Pair("y", "2")));
+}
+
 TEST_F(FakeQelArchiveUtilsTest, RefusedArgumentsAreFalseAndDoNothing)
 {
     const std::vector<std::string> files = twoFiles();
