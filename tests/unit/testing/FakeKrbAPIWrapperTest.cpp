@@ -1,8 +1,13 @@
 // The fake call layer itself: what it must notice, and the operations that the handler has no use for.
-#include <cstdlib>
-#include <stdexcept>
+#include "tav/testing/FakeKrbAPIWrapper.h"
 
-#include "KrbFixture.h"
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <string>
+#include <thread>
+#include <vector>
 
 namespace TAV::test
 {
@@ -224,6 +229,135 @@ TEST_F(FakeKrbAPIWrapperTest, ClosesEvenIfClosingFails)
     api.krb5KtResolve(context, "FILE:/keytab", &keytab);
     api.failCall("krb5KtClose", 1, EIO);
     EXPECT_EQ(api.krb5KtClose(context, keytab), EIO);
+    endWell();
+    EXPECT_THAT(api.problems(), IsEmpty());
+}
+
+TEST_F(FakeKrbAPIWrapperTest, NoticesASaltThatIsGone)
+{
+    krb5_data salt{};
+    krb5_keyblock key{};
+    const krb5_data password{};
+    api.krb5Principal2salt(context, principal, &salt);
+    krb5_data sameSalt = salt;
+    api.krb5FreeDataContents(context, &sameSalt);
+    api.krb5cStringToKey(context, 23, &password, &salt, &key);
+    endWell();
+    EXPECT_THAT(api.problems(), ElementsAre("released salt 1 used"));
+}
+
+TEST_F(FakeKrbAPIWrapperTest, NumbersEachKindByItselfAndGivesNoAddressTwice)
+{
+    krb5_principal second = nullptr;
+    krb5_keytab keytab = nullptr;
+    krb5_ccache cache = nullptr;
+    api.krb5FreePrincipal(context, principal);
+    api.krb5ParseName(context, "other@LAB.TEST", &second);
+    EXPECT_NE(second, principal);
+    api.krb5KtResolve(context, "FILE:/keytab", &keytab);
+    api.krb5CcResolve(context, "/cache", &cache);
+    api.krb5FreePrincipal(context, second);
+    api.krb5KtClose(context, keytab);
+    api.krb5CcClose(context, cache);
+    EXPECT_THAT(api.calls(),
+                ElementsAre("krb5FreePrincipal(context 1, principal 1)",
+                            "krb5ParseName(context 1, other@LAB.TEST)",
+                            "krb5KtResolve(context 1, FILE:/keytab)",
+                            "krb5CcResolve(context 1, /cache)",
+                            "krb5FreePrincipal(context 1, principal 2)",
+                            "krb5KtClose(context 1, keytab 1)",
+                            "krb5CcClose(context 1, cache 1)"));
+}
+
+TEST_F(FakeKrbAPIWrapperTest, ContentsTellWhatTheyAreOf)
+{
+    krb5_data salt{};
+    krb5_keyblock key{};
+    krb5_creds creds{};
+    std::string password = "secret";
+    const krb5_data passwordData{KV5M_DATA, 6, password.data()};
+    krb5_enctype type = 0;
+    std::string typeName = "arcfour-hmac-md5";
+    EXPECT_EQ(api.krb5StringToEnctype(typeName.data(), &type), 0);
+    EXPECT_EQ(type, ENCTYPE_ARCFOUR_HMAC);
+    api.enctype = ENCTYPE_AES256_CTS_HMAC_SHA1_96;
+    api.krb5StringToEnctype(typeName.data(), &type);
+    EXPECT_EQ(type, ENCTYPE_AES256_CTS_HMAC_SHA1_96);
+
+    api.krb5Principal2salt(context, principal, &salt);
+    api.krb5cStringToKey(context, type, &passwordData, &salt, &key);
+    api.krb5GetInitCredsKeytab(context, &creds, principal, nullptr, 60, "service", nullptr);
+    EXPECT_EQ(std::string(salt.data, salt.length), "salt 1 of user@LAB.TEST");
+    EXPECT_EQ(std::string(reinterpret_cast<const char*>(key.contents), key.length), "key 1 of type 18");
+    EXPECT_EQ(key.enctype, type);
+    EXPECT_EQ(std::string(creds.ticket.data, creds.ticket.length), "credentials 1");
+    EXPECT_THAT(api.calls(),
+                ElementsAre("krb5StringToEnctype(arcfour-hmac-md5)",
+                            "krb5StringToEnctype(arcfour-hmac-md5)",
+                            "krb5Principal2salt(context 1, principal 1)",
+                            "krb5cStringToKey(context 1, 18, secret, salt 1 of user@LAB.TEST)",
+                            "krb5GetInitCredsKeytab(context 1, principal 1, null, 60, service, null)"));
+}
+
+TEST_F(FakeKrbAPIWrapperTest, WhatAFailureFillsMustBeReleased)
+{
+    krb5_keytab keytab = nullptr;
+    api.outputOfFailures = FakeKrbAPIWrapper::Output::Filled;
+    api.failCall("krb5KtResolve", 1, ENOMEM);
+    EXPECT_EQ(api.krb5KtResolve(context, "FILE:/keytab", &keytab), ENOMEM);
+    endWell();
+    EXPECT_THAT(api.problems(), ElementsAre("keytab 1 not released"));
+    api.krb5KtClose(nullptr, keytab);
+    EXPECT_THAT(api.problems(), IsEmpty());
+}
+
+TEST_F(FakeKrbAPIWrapperTest, AFailureHandsNothingOut)
+{
+    krb5_keytab keytab = nullptr;
+    krb5_ccache cache = nullptr;
+    krb5_principal copy = nullptr;
+    char* name = nullptr;
+    krb5_data salt{};
+    api.failAnyCall(1, ENOMEM, Lasting::FromThenOn);
+    EXPECT_EQ(api.krb5KtResolve(context, "FILE:/keytab", &keytab), ENOMEM);
+    EXPECT_EQ(api.krb5CcResolve(context, "/cache", &cache), ENOMEM);
+    EXPECT_EQ(api.krb5CopyPrincipal(context, principal, &copy), ENOMEM);
+    EXPECT_EQ(api.krb5UnparseName(context, principal, &name), ENOMEM);
+    EXPECT_EQ(api.krb5Principal2salt(context, principal, &salt), ENOMEM);
+    EXPECT_EQ(keytab, nullptr);
+    EXPECT_EQ(cache, nullptr);
+    EXPECT_EQ(copy, nullptr);
+    EXPECT_EQ(name, nullptr);
+    EXPECT_EQ(salt.data, nullptr);
+    endWell();
+    EXPECT_THAT(api.problems(), IsEmpty());
+}
+
+TEST_F(FakeKrbAPIWrapperTest, SeveralThreadsMayCall)
+{
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i)
+    {
+        threads.emplace_back(
+            [&]
+            {
+                for (int n = 0; n < 25; ++n)
+                {
+                    krb5_context own = nullptr;
+                    krb5_principal user = nullptr;
+                    krb5_data salt{};
+                    api.krb5InitContext(&own);
+                    api.krb5ParseName(own, "user@LAB.TEST", &user);
+                    api.krb5Principal2salt(own, user, &salt);
+                    api.krb5FreeDataContents(own, &salt);
+                    api.krb5FreePrincipal(own, user);
+                    api.krb5FreeContext(own);
+                }
+            });
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(api.countOf("krb5FreeContext"), 100U);
     endWell();
     EXPECT_THAT(api.problems(), IsEmpty());
 }
