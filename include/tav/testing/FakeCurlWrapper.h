@@ -78,14 +78,16 @@ public:
     /// program can learn from them alone why a query failed. It must outlive the fake.
     ILogger* logger = nullptr;
 
-    /// The queries that were sent, in the order of sending.
+    /// The queries by now.
+    /// @return those that were sent, in the order of sending
     std::vector<CurlRequest> requests() const
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
         return m_requests;
     }
 
-    /// The open sessions, in the order of their ids.
+    /// The open sessions.
+    /// @return their ids, in ascending order
     std::vector<unsigned long> sessions() const
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
@@ -95,7 +97,9 @@ public:
         return ids;
     }
 
-    /// The options that an open session has; none if it is not open.
+    /// The options of a session.
+    /// @param sessionId  its id
+    /// @return its options; none if it is not open
     std::optional<TAVQueryConfig> configOf(unsigned long sessionId) const
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
@@ -103,15 +107,17 @@ public:
         return session == m_sessions.end() ? std::nullopt : std::make_optional(session->second);
     }
 
-    /// The stored configuration; none before the first `configureOptions`.
+    /// The stored configuration.
+    /// @return that of the last `configureOptions`; none before the first
     std::optional<TAVQueryConfig> config() const
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
         return m_config;
     }
 
-    /// What was done against the rules of `ICurlWrapper` for threads, in order; empty if nothing was. Only what really
-    /// happened at the same time is seen: let `onRequest` block until all threads are on their way.
+    /// What was done against the rules of `ICurlWrapper` for threads. Only what really happened at the same time is
+    /// seen: let `onRequest` block until all threads are on their way.
+    /// @return one text for each time, in order, such as "session 1 used by two threads at once"; empty if all is well
     std::vector<std::string> problems() const
     {
         const std::lock_guard<std::mutex> lock(m_mutex);

@@ -34,7 +34,8 @@ public:
     /// What a renewal does, and its result. It may block. When not set: success.
     std::function<bool()> onRenewTicket;
 
-    /// The accounts that `configKrbSession` was given, in order.
+    /// The accounts by now.
+    /// @return what `configKrbSession` was given, in order
     std::vector<TAVProxyConfig> configs() const
     {
         const std::lock_guard<std::mutex> lock(m_mutex);

@@ -41,15 +41,20 @@ public:
     /// Answers of `getChecksumValues` by its input, a path or data.
     std::map<std::string, Checksums> checksums;
 
-    /// @name Stand-ins
-    /// When set, each takes the place of the real operation of its name.
-    /// @{
+    /// When set, in the place of the real `getChecksumValues`, with its arguments.
     std::function<bool(const std::string&, InputTypes, std::string&, std::string&, std::string&)> onGetChecksumValues;
+
+    /// When set, in the place of the real `getHmacSha1`, with its arguments.
     std::function<bool(const std::string&, const std::string&, std::string&)> onGetHmacSha1;
+
+    /// When set, in the place of the real `encodeBase64`, with its arguments.
     std::function<bool(const std::string&, std::string&)> onEncodeBase64;
+
+    /// When set, in the place of the real `base64EncodeInputBuffer`, with its arguments.
     std::function<bool(std::string&, const unsigned char*, int)> onBase64EncodeInputBuffer;
+
+    /// When set, in the place of the real `decodeBase64`, with its arguments.
     std::function<bool(const std::string&, std::string&)> onDecodeBase64;
-    /// @}
 
     bool getChecksumValues(
         std::string input, InputTypes type, std::string& md5Hex, std::string& sha1Hex, std::string& sha256Hex) override;
