@@ -37,16 +37,19 @@ public:
     /// The plan, to be steered or handed to a further fake.
     const std::shared_ptr<FaultPlan>& plan() const { return m_plan; }
 
-    /// Same as on the plan.
+    /// `FaultPlan::failCall` of the plan.
     void failCall(const std::string& operation, unsigned int nth, int error = 1, Lasting lasting = Lasting::Once)
     {
         m_plan->failCall(operation, nth, error, lasting);
     }
+    /// `FaultPlan::failAnyCall` of the plan.
     void failAnyCall(unsigned int nth, int error = 1, Lasting lasting = Lasting::Once)
     {
         m_plan->failAnyCall(nth, error, lasting);
     }
+    /// `FaultPlan::succeed` of the plan.
     void succeed() { m_plan->succeed(); }
+    /// `FaultPlan::hasFailed` of the plan.
     bool hasFailed() const { return m_plan->hasFailed(); }
 
     /// When set, called with the text of each call just as it is noted, with no lock held. It may block, and it may
@@ -80,7 +83,9 @@ protected:
     ~Fake() = default;
 
     /// Notes a call and tells the error that it is to fail with.
-    /// @param canFail  whether the interface has a failure for it
+    /// @param operation  its name as in the interface
+    /// @param arguments  those that matter, as they are to stand in `calls`
+    /// @param canFail    whether the interface has a failure for it
     std::optional<int> enter(const std::string& operation, const std::string& arguments, bool canFail = true)
     {
         const std::string call = operation + "(" + arguments + ")";

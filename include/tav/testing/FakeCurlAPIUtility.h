@@ -56,7 +56,7 @@ public:
 
     /// What `curlGetInfo` gives; it leaves the output alone for a selector that is not here.
     std::map<CURLINFO, long> numbers;
-    std::map<CURLINFO, double> times;
+    std::map<CURLINFO, double> times; ///< the same for selectors that give seconds
     /// What `curlEasyStrerror` gives; "text of 28" for a result that is not here.
     std::map<CURLcode, std::string> texts;
 

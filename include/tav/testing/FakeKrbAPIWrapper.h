@@ -50,8 +50,8 @@ public:
     /// What a failing call makes of its output.
     enum class Output
     {
-        Untouched,
-        Filled, ///< as if it had succeeded, as some versions of libkrb5 do; what is made then must be released
+        Untouched, ///< it is as it was
+        Filled,    ///< as if it had succeeded, as some versions of libkrb5 do; what is made then must be released
     };
 
     Output outputOfFailures = Output::Untouched; ///< of each planned failure from now on

@@ -62,7 +62,7 @@ public:
         NothingDone, ///< as if the tool could not be started
         HalfDone,    ///< the first file is stored and deleted, or extracted; the rest is as it was
     };
-    Failure failure = Failure::NothingDone;
+    Failure failure = Failure::NothingDone; ///< what the next ones leave
 
     /// Whether inputs can be deleted. On a read-only file system they cannot: they are stored, stay, and the result is
     /// true.

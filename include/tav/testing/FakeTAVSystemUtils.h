@@ -26,7 +26,10 @@ class FakeTAVSystemUtils : public ITAVSystemUtils, public Fake
 public:
     using Fake::Fake;
 
-    std::function<int(const std::string&, int, int&)> onOpen;
+    /// @name Stand-ins
+    /// When set, each takes the place of the real operation of its name.
+    /// @{
+    std::function<int(const std::string&, int, int&)> onOpen; ///< in place of the real operation
     std::function<ssize_t(int, void*, std::size_t, int&)> onRead;
     std::function<int(int, int&)> onClose;
     std::function<int(const char*, const char*, int, int&)> onSetenv;
@@ -38,6 +41,7 @@ public:
     std::function<int(const char*, struct stat*, int&)> onStat;
     std::function<void(std::ofstream&, const std::string&)> onOpenOutputFile;
     std::function<void(std::ifstream&, const std::string&)> onOpenInputFile;
+    /// @}
 
     int open(std::string path, int flags, int& err) override
     {

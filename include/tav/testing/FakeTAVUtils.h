@@ -47,9 +47,9 @@ class FakeTAVUtils : public ITAVUtils, public Fake
 public:
     using Fake::Fake;
 
-    using Argv = std::vector<std::string>;
-    using KeepMap = std::map<int, bool>;
-    using TimePoint = std::chrono::system_clock::time_point;
+    using Argv = std::vector<std::string>;                   ///< a program and its arguments
+    using KeepMap = std::map<int, bool>;                     ///< the descriptors that a command is to keep
+    using TimePoint = std::chrono::system_clock::time_point; ///< what the clock tells
 
     /// A group of processes under a quota.
     struct CpuLimit
@@ -103,6 +103,7 @@ public:
         const std::lock_guard<std::mutex> lock(m_mutex);
         m_now = now;
     }
+    /// Moves the clock.
     void advance(std::chrono::system_clock::duration by)
     {
         const std::lock_guard<std::mutex> lock(m_mutex);

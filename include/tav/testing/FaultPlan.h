@@ -92,7 +92,8 @@ public:
     }
 
     /// For fakes: counts a call and tells the error that it is to fail with.
-    /// @param canFail  whether `failAnyCall` concerns it
+    /// @param operation  its name as in the interface
+    /// @param canFail    whether `failAnyCall` concerns it
     std::optional<int> count(const std::string& operation, bool canFail = true)
     {
         const std::lock_guard<std::mutex> lock(m_mutex);

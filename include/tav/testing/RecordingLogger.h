@@ -17,12 +17,14 @@ struct LogLine
 {
     int level = 0;                        ///< as `ILogger` lists them: 2, 5 or 6
     std::optional<std::string> component; ///< none for the operation without one, which is not the same as an empty one
-    std::string message;
+    std::string message;                  ///< the text, unchanged
 
+    /// Whether level, component and text are the same.
     friend bool operator==(const LogLine& a, const LogLine& b)
     {
         return a.level == b.level && a.component == b.component && a.message == b.message;
     }
+    /// Whether one of them differs.
     friend bool operator!=(const LogLine& a, const LogLine& b) { return !(a == b); }
     /// "[6] TAVUtils: the message", with "(none)" where there is no component.
     friend std::ostream& operator<<(std::ostream& out, const LogLine& line)
