@@ -3,7 +3,6 @@
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 
-#include <algorithm>
 #include <condition_variable>
 #include <functional>
 #include <mutex>
@@ -15,12 +14,16 @@
 #include "endpoint_scan/Scanner.h"
 #include "support/TemporaryDirectory.h"
 #include "tav/FMXException.h"
+#include "tav/testing/FakeCurlWrapper.h"
 #include "tav/testing/RecordingLogger.h"
 
 using endpointscan::Finding;
 using endpointscan::Opinion;
 using endpointscan::ServerVerdicts;
 using endpointscan::Verdict;
+using TAV::test::CurlAnswer;
+using TAV::test::CurlRequest;
+using TAV::test::FakeCurlWrapper;
 using TAV::test::RecordingLogger;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
@@ -42,86 +45,12 @@ std::string answerFor(const std::string& digest, const std::string& verdict)
     return nlohmann::json{{"sha256", digest}, {"verdict", verdict}}.dump();
 }
 
-/// A client without a network. It notes what it is told, and sees to it that sessions are opened and closed only while
-/// nobody sends, and that each one is used by one thread at a time.
-class FakeClient : public TAV::ICurlWrapper
+CurlAnswer clean(const CurlRequest& request)
 {
-public:
-    /// What a query does: fills in the response and tells whether the status was 200. Called by many threads.
-    std::function<bool(const std::string& payload, std::string& response, TAV::LumoStats& stats)> onSend =
-        [](const std::string& payload, std::string& response, TAV::LumoStats&)
-    {
-        response += answerFor(digestIn(payload), "clean");
-        return true;
-    };
-    unsigned long refusedSession = ~0UL;
-
-    void initSession(unsigned long id) override
-    {
-        const std::lock_guard<std::mutex> lock(mutex);
-        if (!busy.empty())
-            problems.emplace_back("a session was opened while another one was at work");
-        if (id == refusedSession)
-            throw TAV::FMXException(1, "Failed to initialize curl handle");
-        opened.push_back(id);
-    }
-
-    bool deInitSession(unsigned long id) override
-    {
-        closed->push_back(id);
-        return true;
-    }
-
-    void configureOptions(const TAV::TAVQueryConfig& given, unsigned long) override { configs.push_back(given); }
-
-    bool sendNetworkRequest(TAV::TAVHTTPHeader& header,
-                            std::string payload,
-                            std::string& response,
-                            unsigned long id,
-                            TAV::LumoStats& stats) override
-    {
-        begin(id, header);
-        try
-        {
-            const bool isAnswered = onSend(payload, response, stats);
-            end(id);
-            return isAnswered;
-        }
-        catch (...)
-        {
-            end(id);
-            throw;
-        }
-    }
-
-    std::mutex mutex;
-    std::vector<TAV::TAVQueryConfig> configs;
-    std::vector<unsigned long> opened;
-    std::shared_ptr<std::vector<unsigned long>> closed = std::make_shared<std::vector<unsigned long>>();
-    std::set<unsigned long> used;
-    std::multiset<unsigned long> busy;
-    std::vector<std::string> problems;
-    TAV::TAVHTTPHeader lastHeader;
-
-private:
-    void begin(unsigned long id, const TAV::TAVHTTPHeader& header)
-    {
-        const std::lock_guard<std::mutex> lock(mutex);
-        if (std::count(opened.begin(), opened.end(), id) != 1)
-            problems.emplace_back("a session was used that is not open");
-        if (busy.count(id) != 0)
-            problems.emplace_back("a session was used by two threads at once");
-        busy.insert(id);
-        used.insert(id);
-        lastHeader = header;
-    }
-
-    void end(unsigned long id)
-    {
-        const std::lock_guard<std::mutex> lock(mutex);
-        busy.erase(id);
-    }
-};
+    CurlAnswer answer;
+    answer.body = answerFor(digestIn(request.payload), "clean");
+    return answer;
+}
 
 class ServerVerdictsTest : public ::testing::Test
 {
@@ -129,7 +58,13 @@ protected:
     ServerVerdictsTest()
     {
         auto log = std::make_unique<programs::QueryLog>(m_logger);
-        auto client = std::make_unique<FakeClient>();
+        auto client = std::make_unique<FakeCurlWrapper>();
+        client->onRequest = clean;
+        client->onCall = [this](const std::string& call)
+        {
+            if (call.rfind("deInitSession", 0) == 0) // by one thread; the client is gone when a test looks
+                m_closed.push_back(call);
+        };
         m_log = log.get();
         m_client = client.get();
         m_verdicts = std::make_unique<ServerVerdicts>(
@@ -139,12 +74,14 @@ protected:
     /// Makes each query fail, with these lines as the client logs them.
     void failWith(std::vector<std::string> lines)
     {
-        m_client->onSend = [this, lines](const std::string&, std::string& response, TAV::LumoStats&)
+        m_client->onRequest = [this, lines](const CurlRequest&)
         {
             for (const std::string& line : lines)
                 m_log->log(6, "CurlWrapper", line);
-            response += answerFor(kDigest, "malicious"); // of no account: the status is not 200
-            return false;
+            CurlAnswer answer;
+            answer.status = 0;
+            answer.body = answerFor(kDigest, "malicious"); // of no account: the status is not 200
+            return answer;
         };
     }
 
@@ -155,16 +92,17 @@ protected:
     }
 
     RecordingLogger m_logger;
+    std::vector<std::string> m_closed; ///< the calls that closed sessions
     programs::QueryLog* m_log;
-    FakeClient* m_client;
+    FakeCurlWrapper* m_client;
     std::unique_ptr<ServerVerdicts> m_verdicts;
 };
 
 TEST_F(ServerVerdictsTest, ConfiguresTheClientOnceAndKeepsItsVerification)
 {
     m_verdicts->prepare(3);
-    ASSERT_EQ(m_client->configs.size(), 1U);
-    const TAV::TAVQueryConfig& config = m_client->configs.front();
+    ASSERT_EQ(m_client->countOf("configureOptions"), 1U);
+    const TAV::TAVQueryConfig config = m_client->config().value();
     EXPECT_EQ(config.requestType, "POST");
     EXPECT_EQ(config.serverHost, "host:1");
     EXPECT_EQ(config.caCertPath, "/ca.pem");
@@ -177,36 +115,32 @@ TEST_F(ServerVerdictsTest, ConfiguresTheClientOnceAndKeepsItsVerification)
 TEST_F(ServerVerdictsTest, OpensASessionForEachAskerAndClosesThemInTheEnd)
 {
     m_verdicts->prepare(3);
-    EXPECT_THAT(m_client->opened, ElementsAre(0, 1, 2));
-    const auto closed = m_client->closed;
-    EXPECT_THAT(*closed, IsEmpty());
+    EXPECT_THAT(m_client->sessions(), ElementsAre(0, 1, 2));
+    EXPECT_EQ(m_client->countOf("initSession"), 3U);
+    EXPECT_THAT(m_closed, IsEmpty());
     m_verdicts.reset();
-    EXPECT_THAT(*closed, ElementsAre(0, 1, 2));
+    EXPECT_THAT(m_closed, ElementsAre("deInitSession(0)", "deInitSession(1)", "deInitSession(2)"));
 }
 
 TEST_F(ServerVerdictsTest, SendsTheDigestAsJson)
 {
-    std::string sent;
-    m_client->onSend = [&sent](const std::string& payload, std::string&, TAV::LumoStats&)
-    {
-        sent = payload;
-        return true;
-    };
     asked();
-    EXPECT_EQ(sent, R"({"sha256":")" + kDigest + R"("})");
-    EXPECT_EQ(m_client->lastHeader.firstHeader, "Content-Type: application/json");
-    EXPECT_EQ(m_client->lastHeader.key1 + m_client->lastHeader.value1, "Accept: application/json");
-    EXPECT_THAT(m_client->lastHeader.key2 + m_client->lastHeader.value3, StartsWith("X-Client: endpoint_scan "));
+    ASSERT_EQ(m_client->requests().size(), 1U);
+    const CurlRequest request = m_client->requests().front();
+    EXPECT_EQ(request.payload, R"({"sha256":")" + kDigest + R"("})");
+    EXPECT_EQ(request.header.firstHeader, "Content-Type: application/json");
+    EXPECT_EQ(request.header.key1 + request.header.value1, "Accept: application/json");
+    EXPECT_THAT(request.header.key2 + request.header.value3, StartsWith("X-Client: endpoint_scan "));
 }
 
 TEST_F(ServerVerdictsTest, TellsTheTimesOfAnAnswer)
 {
-    m_client->onSend = [](const std::string&, std::string& response, TAV::LumoStats& stats)
+    m_client->onRequest = [](const CurlRequest& request)
     {
-        response = answerFor(kDigest, "clean");
-        stats.totalTimeMs = 12;
-        stats.tlsConnectTimeMs = 5;
-        return true;
+        CurlAnswer answer = clean(request);
+        answer.totalTimeMs = 12;
+        answer.tlsConnectTimeMs = 5;
+        return answer;
     };
     const Opinion opinion = asked();
     ASSERT_TRUE(opinion.times.has_value());
@@ -315,33 +249,31 @@ TEST_F(ServerVerdictsTest, AnExceptionCostsOneAnswerOnly)
         {[] { throw std::bad_alloc(); }, "not asked: std::bad_alloc"},
     };
     m_verdicts->prepare(1);
-    const auto answering = m_client->onSend;
     for (const auto& [thrower, reason] : throwers)
     {
-        m_client->onSend = [&thrower = thrower](const std::string&, std::string&, TAV::LumoStats&)
+        m_client->onRequest = [&thrower = thrower](const CurlRequest& request)
         {
             thrower();
-            return true;
+            return clean(request);
         };
         const Opinion opinion = m_verdicts->ask(kDigest, 0);
         EXPECT_EQ(opinion.verdict, Verdict::Unknown);
         EXPECT_EQ(opinion.reason, reason);
-        m_client->onSend = answering;
+        m_client->onRequest = clean;
         EXPECT_EQ(m_verdicts->ask(kDigest, 0).verdict, Verdict::Clean) << reason;
     }
 }
 
 TEST_F(ServerVerdictsTest, AnAskerWithoutASessionGetsAReason)
 {
-    m_client->refusedSession = 1;
+    m_client->failCall("initSession", 2);
     m_verdicts->prepare(3);
     EXPECT_EQ(m_verdicts->ask(kDigest, 0).verdict, Verdict::Clean);
     EXPECT_EQ(m_verdicts->ask(kDigest, 1).verdict, Verdict::Unknown);
     EXPECT_EQ(m_verdicts->ask(kDigest, 1).reason, "no session: Failed to initialize curl handle");
     EXPECT_EQ(m_verdicts->ask(kDigest, 2).verdict, Verdict::Clean);
-    const auto closed = m_client->closed;
     m_verdicts.reset();
-    EXPECT_THAT(*closed, ElementsAre(0, 2));
+    EXPECT_THAT(m_closed, ElementsAre("deInitSession(0)", "deInitSession(2)"));
 }
 
 /// A whole scan with four threads, and a client that deals with each content in its own way.
@@ -375,27 +307,29 @@ protected:
 
 TEST_F(ServerVerdictsScanTest, LosesNoFileAndMixesNoReasons)
 {
-    m_client->onSend = [this](const std::string& payload, std::string& response, TAV::LumoStats& stats)
+    m_client->onRequest = [this](const CurlRequest& request)
     {
-        const std::string digest = digestIn(payload);
-        stats.totalTimeMs = static_cast<std::uint16_t>(wayOf(digest, 1000));
+        const std::string digest = digestIn(request.payload);
+        CurlAnswer answer;
+        answer.totalTimeMs = static_cast<std::uint16_t>(wayOf(digest, 1000));
         switch (wayOf(digest, 5))
         {
         case 0:
-            response = answerFor(digest, "clean");
-            return true;
+            answer.body = answerFor(digest, "clean");
+            break;
         case 1:
-            response = answerFor(digest, "malicious");
-            return true;
+            answer.body = answerFor(digest, "malicious");
+            break;
         case 2:
-            response = "{\"sha256\": \"" + digest; // cut off
-            return true;
+            answer.body = "{\"sha256\": \"" + digest; // cut off
+            break;
         case 3:
             throw TAV::FMXException(1, "exception for " + digest);
         default:
             m_log->log(6, "CurlWrapper", "Failed to connect to Lumo server: line for " + digest);
-            return false;
+            answer.status = 0;
         }
+        return answer;
     };
     const std::vector<Finding> findings = scanned();
     ASSERT_EQ(findings.size(), static_cast<std::size_t>(kFiles));
@@ -419,7 +353,7 @@ TEST_F(ServerVerdictsScanTest, LosesNoFileAndMixesNoReasons)
             EXPECT_EQ(finding.times->totalMs, wayOf(digest, 1000));
         }
     }
-    EXPECT_THAT(m_client->problems, IsEmpty());
+    EXPECT_THAT(m_client->problems(), IsEmpty());
 }
 
 TEST_F(ServerVerdictsScanTest, EachThreadAsksOverASessionOfItsOwn)
@@ -427,19 +361,22 @@ TEST_F(ServerVerdictsScanTest, EachThreadAsksOverASessionOfItsOwn)
     std::mutex mutex;
     std::condition_variable arrived;
     unsigned int asking = 0;
-    m_client->onSend = [&](const std::string& payload, std::string& response, TAV::LumoStats&)
+    m_client->onRequest = [&](const CurlRequest& request)
     {
         std::unique_lock<std::mutex> lock(mutex);
         ++asking;
         arrived.notify_all();
         arrived.wait(lock, [&] { return asking >= kThreads; }); // all of them are on their way at once
-        response = answerFor(digestIn(payload), "clean");
-        return true;
+        return clean(request);
     };
     scanned();
-    EXPECT_THAT(m_client->used, ElementsAre(0, 1, 2, 3));
-    EXPECT_THAT(m_client->opened, ElementsAre(0, 1, 2, 3));
-    EXPECT_THAT(m_client->problems, IsEmpty());
+    std::set<unsigned long> used;
+    for (const CurlRequest& request : m_client->requests())
+        used.insert(request.sessionId);
+    EXPECT_THAT(used, ElementsAre(0, 1, 2, 3));
+    EXPECT_THAT(m_client->sessions(), ElementsAre(0, 1, 2, 3));
+    EXPECT_EQ(m_client->countOf("initSession"), kThreads);
+    EXPECT_THAT(m_client->problems(), IsEmpty());
 }
 
 } // namespace

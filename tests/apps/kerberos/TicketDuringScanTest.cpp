@@ -7,8 +7,14 @@
 #include <thread>
 
 #include "endpoint_scan/ServerVerdicts.h"
+#include "tav/testing/FakeCurlWrapper.h"
+#include "tav/testing/FakeKrbHandler.h"
 #include "tav/testing/RecordingLogger.h"
 
+using TAV::test::CurlAnswer;
+using TAV::test::CurlRequest;
+using TAV::test::FakeCurlWrapper;
+using TAV::test::FakeKrbHandler;
 using TAV::test::RecordingLogger;
 using ::testing::Each;
 using ::testing::ElementsAre;
@@ -21,7 +27,6 @@ namespace
 {
 
 constexpr std::size_t kAskers = 4;
-constexpr const char* kNoAnswer = "Failed to connect to Lumo server: Failure when receiving data from the peer";
 
 /// What goes on between the programs' parts: a proxy that lets questions pass or not, and a KDC that gives tickets or
 /// not.
@@ -32,71 +37,29 @@ struct World
     bool doesKdcGive = true;
     std::function<void()> onRenewal = [] {};
     std::atomic<int> asking{0};
-    std::atomic<int> questions{0};
-    std::atomic<int> renewals{0};
     std::atomic<int> renewalsAmongQuestions{0};
-    std::vector<std::string> principals; ///< of the first renewals
 };
 
-class FakeHandler : public TAV::IkrbHandler
+/// Tells the world how many questions are on their way, to the very end of each.
+class CountedClient : public FakeCurlWrapper
 {
 public:
-    explicit FakeHandler(World& world) : m_world(world) {}
+    explicit CountedClient(World& world) : m_world(world) {}
 
-    bool configKrbSession(TAV::TAVProxyConfig& config) override
-    {
-        m_world.principals.push_back(config.userPrincipal);
-        return m_world.doesKdcGive;
-    }
-
-    bool renewTicket() override
-    {
-        ++m_world.renewals;
-        if (m_world.asking != 0)
-            ++m_world.renewalsAmongQuestions;
-        m_world.onRenewal();
-        return m_world.doesKdcGive;
-    }
-
-private:
-    World& m_world;
-};
-
-class FakeClient : public TAV::ICurlWrapper
-{
-public:
-    FakeClient(World& world, programs::QueryLog& log, std::string& proxy) : m_world(world), m_log(log), m_proxy(proxy)
-    {
-    }
-
-    void initSession(unsigned long) override {}
-    bool deInitSession(unsigned long) override { return true; }
-    void configureOptions(const TAV::TAVQueryConfig& config, unsigned long) override { m_proxy = config.proxyAddress; }
-
-    bool sendNetworkRequest(
-        TAV::TAVHTTPHeader&, std::string payload, std::string& response, unsigned long, TAV::LumoStats&) override
+    bool sendNetworkRequest(TAV::TAVHTTPHeader& header,
+                            std::string payload,
+                            std::string& response,
+                            unsigned long sessionId,
+                            TAV::LumoStats& stats) override
     {
         ++m_world.asking;
-        ++m_world.questions;
-        std::this_thread::yield();
-        const long status = m_world.doesProxyRefuse ? 0 : m_world.status.load();
-        if (status != 200)
-        {
-            m_log.log(6, "CurlWrapper", status == 0 ? kNoAnswer : "Failed to connect to Lumo server: No error");
-            m_log.log(
-                6, "CurlWrapper", "Last HTTP response code received from Lumo server is: " + std::to_string(status));
-        }
-        else
-            response =
-                nlohmann::json{{"sha256", nlohmann::json::parse(payload).at("sha256")}, {"verdict", "clean"}}.dump();
+        const bool result = FakeCurlWrapper::sendNetworkRequest(header, payload, response, sessionId, stats);
         --m_world.asking;
-        return status == 200;
+        return result;
     }
 
 private:
     World& m_world;
-    programs::QueryLog& m_log;
-    std::string& m_proxy;
 };
 
 class TicketDuringScanTest : public ::testing::Test
@@ -107,14 +70,20 @@ protected:
     {
         TAV::TAVProxyConfig config;
         config.userPrincipal = "user@A.EXAMPLE";
+        auto handler = std::make_unique<FakeKrbHandler>();
+        handler->onRenewTicket = [this] { return renewed(); };
+        m_handler = handler.get();
         auto ticket = std::make_unique<TicketDuringScan>(std::make_unique<programs::KrbTicket>(
             std::make_unique<programs::QueryLog>(m_logger),
-            std::make_unique<FakeHandler>(m_world),
+            std::move(handler),
             [] { return programs::krbFailure(KRB5_KDC_UNREACH, ""); },
             config));
         std::string obstacle = ticket->begin();
         auto log = std::make_unique<programs::QueryLog>(m_logger);
-        auto client = std::make_unique<FakeClient>(m_world, *log, m_proxy);
+        auto client = std::make_unique<CountedClient>(m_world);
+        client->logger = log.get();
+        client->onRequest = [this](const CurlRequest& request) { return answered(request); };
+        m_client = client.get();
         m_verdicts = std::make_unique<ServerVerdicts>(
             std::move(log), std::move(client), ServerAddress{"host:1", "/ca", 7, "proxy:2"}, std::move(ticket));
         m_verdicts->prepare(kAskers);
@@ -140,19 +109,46 @@ protected:
         return opinions;
     }
 
+    /// Those after the first ticket.
+    unsigned int renewals() const { return m_handler->countOf("renewTicket") - 1; }
+    std::size_t questions() const { return m_client->requests().size(); }
+
     RecordingLogger m_logger;
     World m_world;
-    std::string m_proxy;
+    FakeKrbHandler* m_handler = nullptr;
+    FakeCurlWrapper* m_client = nullptr;
     std::unique_ptr<ServerVerdicts> m_verdicts;
+
+private:
+    bool renewed()
+    {
+        if (m_world.asking != 0)
+            ++m_world.renewalsAmongQuestions;
+        m_world.onRenewal();
+        return m_world.doesKdcGive;
+    }
+
+    CurlAnswer answered(const CurlRequest& request)
+    {
+        std::this_thread::yield();
+        CurlAnswer answer;
+        answer.status = m_world.doesProxyRefuse ? 0 : m_world.status.load();
+        answer.transferResult = answer.status == 0 ? CURLE_RECV_ERROR : CURLE_OK;
+        const std::string digest = nlohmann::json::parse(request.payload).at("sha256");
+        if (answer.status == 200)
+            answer.body = nlohmann::json{{"sha256", digest}, {"verdict", "clean"}}.dump();
+        return answer;
+    }
 };
 
 TEST_F(TicketDuringScanTest, GetsTheFirstTicketBeforeAnythingIsAsked)
 {
     EXPECT_THAT(begin(), IsEmpty());
-    EXPECT_THAT(m_world.principals, ElementsAre("user@A.EXAMPLE"));
-    EXPECT_EQ(m_proxy, "proxy:2");
+    EXPECT_THAT(m_handler->calls(), ElementsAre("configKrbSession(user@A.EXAMPLE)", "renewTicket()"));
+    EXPECT_THAT(m_client->requests(), IsEmpty());
+    EXPECT_EQ(m_client->config()->proxyAddress, "proxy:2");
     EXPECT_EQ(ask().verdict, Verdict::Clean);
-    EXPECT_EQ(m_world.renewals, 0);
+    EXPECT_EQ(renewals(), 0U);
 }
 
 TEST_F(TicketDuringScanTest, SilenceIsFollowedByARenewalAndTheSameQuestion)
@@ -163,8 +159,8 @@ TEST_F(TicketDuringScanTest, SilenceIsFollowedByARenewalAndTheSameQuestion)
     const Opinion opinion = ask();
     EXPECT_EQ(opinion.verdict, Verdict::Clean);
     EXPECT_THAT(opinion.reason, IsEmpty());
-    EXPECT_EQ(m_world.renewals, 1);
-    EXPECT_EQ(m_world.questions, 2);
+    EXPECT_EQ(renewals(), 1U);
+    EXPECT_EQ(questions(), 2U);
 }
 
 TEST_F(TicketDuringScanTest, ARenewalThatDidNotHelpIsNotTriedAgain)
@@ -177,8 +173,8 @@ TEST_F(TicketDuringScanTest, ARenewalThatDidNotHelpIsNotTriedAgain)
         EXPECT_EQ(opinion.verdict, Verdict::Unknown);
         EXPECT_EQ(opinion.reason, "no answer: Failure when receiving data from the peer");
     }
-    EXPECT_EQ(m_world.renewals, 1);
-    EXPECT_EQ(m_world.questions, 6);
+    EXPECT_EQ(renewals(), 1U);
+    EXPECT_EQ(questions(), 6U);
 }
 
 TEST_F(TicketDuringScanTest, AFailedRenewalStandsInEveryReason)
@@ -190,19 +186,19 @@ TEST_F(TicketDuringScanTest, AFailedRenewalStandsInEveryReason)
                                "KDC can be reached";
     EXPECT_EQ(ask().reason, reason);
     EXPECT_EQ(ask().reason, reason);
-    EXPECT_EQ(m_world.renewals, 1);
-    EXPECT_EQ(m_world.questions, 2) << "without a new ticket it is useless to ask again";
+    EXPECT_EQ(renewals(), 1U);
+    EXPECT_EQ(questions(), 2U) << "without a new ticket it is useless to ask again";
 }
 
 TEST_F(TicketDuringScanTest, AnAnswerMakesALaterRenewalWorthwhile)
 {
     begin();
     m_world.onRenewal = [this] { m_world.doesProxyRefuse = false; };
-    for (int renewals = 1; renewals <= 3; ++renewals)
+    for (unsigned int count = 1; count <= 3; ++count)
     {
         m_world.doesProxyRefuse = true;
         EXPECT_EQ(ask().verdict, Verdict::Clean);
-        EXPECT_EQ(m_world.renewals, renewals);
+        EXPECT_EQ(renewals(), count);
     }
 }
 
@@ -210,9 +206,9 @@ TEST_F(TicketDuringScanTest, AnyStatusIsAnAnswer)
 {
     begin();
     m_world.status = 503;
-    EXPECT_EQ(ask().reason, "HTTP 503");
-    EXPECT_EQ(m_world.renewals, 0);
-    EXPECT_EQ(m_world.questions, 1);
+    EXPECT_EQ(ask().reason, "HTTP 503 Service Unavailable");
+    EXPECT_EQ(renewals(), 0U);
+    EXPECT_EQ(questions(), 1U);
 }
 
 TEST_F(TicketDuringScanTest, WithoutAFirstTicketItIsTriedAllTheSame)
@@ -223,7 +219,7 @@ TEST_F(TicketDuringScanTest, WithoutAFirstTicketItIsTriedAllTheSame)
     m_world.doesProxyRefuse = true;
     m_world.doesKdcGive = true;
     EXPECT_EQ(ask().verdict, Verdict::Unknown);
-    EXPECT_EQ(m_world.renewals, 1) << "after an answer it is worth trying";
+    EXPECT_EQ(renewals(), 1U) << "after an answer it is worth trying";
 }
 
 TEST_F(TicketDuringScanTest, AFirstFailureIsNotRepeatedByTheQuestions)
@@ -232,7 +228,7 @@ TEST_F(TicketDuringScanTest, AFirstFailureIsNotRepeatedByTheQuestions)
     m_world.doesProxyRefuse = true;
     begin();
     EXPECT_THAT(ask().reason, HasSubstr("no ticket for user@A.EXAMPLE"));
-    EXPECT_EQ(m_world.renewals, 0) << "a wrong password, given again and again, locks an account";
+    EXPECT_EQ(renewals(), 0U) << "a wrong password, given again and again, locks an account";
 }
 
 TEST_F(TicketDuringScanTest, OneRenewalServesAllThreads)
@@ -243,7 +239,7 @@ TEST_F(TicketDuringScanTest, OneRenewalServesAllThreads)
     constexpr std::size_t kTimes = 200;
     const std::vector<Opinion> opinions = askFromAllThreads(kTimes);
     EXPECT_THAT(opinions, Each(::testing::Field(&Opinion::verdict, Verdict::Clean)));
-    EXPECT_EQ(m_world.renewals, 1);
+    EXPECT_EQ(renewals(), 1U);
 }
 
 TEST_F(TicketDuringScanTest, NobodyAsksWhileTheTicketIsRenewed)
@@ -273,7 +269,7 @@ TEST_F(TicketDuringScanTest, NobodyAsksWhileTheTicketIsRenewed)
             });
     for (std::thread& thread : threads)
         thread.join();
-    EXPECT_GE(m_world.renewals, 5);
+    EXPECT_GE(renewals(), 5U);
     EXPECT_EQ(m_world.renewalsAmongQuestions, 0);
 }
 
