@@ -20,15 +20,16 @@ namespace TAV::test::detail
 /// A file or a directory in an archive.
 struct ArchiveEntry
 {
-    std::string name;     ///< with the directories that belong to it, "tree/deep/file"
-    std::string password; ///< empty for none
-    std::string content;
-    unsigned int mode = 0;
-    std::int64_t modified = 0; ///< in ticks of the file system's clock
-    bool isDirectory = false;
+    std::string name;             ///< with the directories that belong to it, "tree/deep/file"
+    std::string password;         ///< empty for none
+    std::string content;          ///< empty for a directory
+    unsigned int mode = 0;        ///< permission bits
+    std::int64_t modified = 0;    ///< in ticks of the file system's clock
+    bool isDirectory = false;     ///< or a file
     std::filesystem::path source; ///< where it came from; not stored
 };
 
+/// The content of a regular file; nothing if it cannot be read, or is something else.
 inline std::optional<std::string> readWhole(const std::filesystem::path& path)
 {
     std::error_code ignored;
@@ -39,6 +40,8 @@ inline std::optional<std::string> readWhole(const std::filesystem::path& path)
     return file.is_open() && !file.bad() ? std::make_optional(std::move(content)) : std::nullopt;
 }
 
+/// Makes or replaces a file.
+/// @return whether all of it was written
 inline bool writeWhole(const std::filesystem::path& path, const std::string& content)
 {
     std::ofstream file(path, std::ios::binary | std::ios::trunc);
@@ -51,11 +54,13 @@ inline bool writeWhole(const std::filesystem::path& path, const std::string& con
 /// decimal, a colon, and as many bytes.
 inline constexpr const char* kArchiveTitle = "an archive of a test\n";
 
+/// Appends a field.
 inline void putField(std::string& text, const std::string& field)
 {
     text += std::to_string(field.size()) + ":" + field;
 }
 
+/// Gives the field that begins at `at`, and moves that behind it.
 inline std::string takeField(const std::string& text, std::size_t& at)
 {
     const std::size_t colon = text.find(':', at);
@@ -74,6 +79,7 @@ inline std::string checksumOf(const std::string& text)
     return std::string(20 - digits.size(), '0') + digits;
 }
 
+/// The whole text of an archive.
 inline std::string archiveText(const std::vector<ArchiveEntry>& entries)
 {
     std::string body;
@@ -110,6 +116,7 @@ inline std::optional<std::vector<ArchiveEntry>> entriesOf(const std::string& tex
     return entries;
 }
 
+/// What an archive holds; nothing for what is none.
 inline std::optional<std::vector<ArchiveEntry>> readArchive(const std::filesystem::path& path)
 {
     const std::optional<std::string> text = readWhole(path);
