@@ -1,6 +1,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "DocumentChecks.h"
 #include "support/TemporaryDirectory.h"
 #include "support/Tools.h"
@@ -66,6 +68,21 @@ TEST(DocumentsTest, EveryRecipeIsQuoted)
         if (entry.path().extension() == ".cpp")
         {
             EXPECT_THAT(text, HasSubstr("<!-- quoted from docs/recipes/" + name));
+        }
+    }
+}
+
+TEST(DocumentsTest, EveryPageIsInTheNavigation)
+{
+    const std::string layout = readFile((kRoot / "docs" / "layout.xml").string());
+    for (const Page& page : pagesOf(kRoot))
+    {
+        std::string name = "md_" + page.path.lexically_relative(kRoot).replace_extension().string();
+        std::replace_if(
+            name.begin(), name.end(), [](char c) { return c == '/' || c == '-'; }, '_');
+        if (name != "md_README")
+        {
+            EXPECT_THAT(layout, HasSubstr("@ref " + name + "\""));
         }
     }
 }
