@@ -61,8 +61,9 @@ bool isIgnored(int signal)
 void setHandler(int signal, void (*handler)(int))
 {
     struct sigaction action = {};
+    // Without SA_RESTART: waitForChild() waits again itself, and the thread sanitizer, which puts a handler off until a
+    // call has returned, runs it then.
     action.sa_handler = handler;
-    action.sa_flags = SA_RESTART;
     ::sigemptyset(&action.sa_mask);
     ::sigaction(signal, &action, nullptr);
 }
