@@ -240,6 +240,14 @@ TEST(ClassShapeTest, RecordsAreFilledFieldByFieldAndCopied)
     EXPECT_TRUE(std::is_aggregate_v<LumoStats> && std::is_trivially_copyable_v<LumoStats>);
 }
 
+TEST(ClassShapeTest, InputTypesArePlain32BitNumbers)
+{
+    EXPECT_TRUE((std::is_same_v<std::underlying_type_t<InputTypes>, std::int32_t>));
+    EXPECT_TRUE((std::is_convertible_v<InputTypes, int>));
+    EXPECT_EQ(INPUT_FILE_PATH, 1);
+    EXPECT_EQ(INPUT_DATA, 2);
+}
+
 TEST(ClassShapeTest, ExceptionIsPlain)
 {
     EXPECT_FALSE(std::is_polymorphic_v<FMXException>);
