@@ -12,6 +12,7 @@ import pathlib
 import re
 import sys
 import urllib.parse
+import xml.etree.ElementTree
 
 # What a browser fetches without being asked, by element: the attributes that name it.
 LOADED = {
@@ -95,6 +96,17 @@ class Site:
         else:
             self.outside.add(address)
 
+    def check_picture(self, path):
+        try:
+            elements = xml.etree.ElementTree.parse(path).iter()
+        except xml.etree.ElementTree.ParseError as error:
+            self.complain(path, f"no picture: {error}")
+            return
+        for element in elements:
+            for name, address in element.attrib.items():
+                if name.rpartition("}")[2] == "href":
+                    self.check_address(path, address, is_loaded=True)
+
     def check(self):
         for path, page in self.pages.items():
             for address in page.loaded:
@@ -106,6 +118,8 @@ class Site:
         for path in sorted(self.root.rglob("*.css")) + sorted(self.root.rglob("*.svg")):
             for address in style_addresses(path.read_text(encoding="utf-8")):
                 self.check_address(path, address, is_loaded=True)
+        for path in sorted(self.root.rglob("*.svg")):
+            self.check_picture(path)
         for path in sorted(self.root.rglob("*.js")):
             for address in SCRIPT_ADDRESS.findall(path.read_text(encoding="utf-8")):
                 self.check_address(path, address, is_loaded=False)

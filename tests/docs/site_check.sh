@@ -64,6 +64,12 @@ site ''
 printf 'var tree = [["Page", "below/gone.html"]];' >"$work/site/tree.js"
 expect 'tree.js: leads to a file that is not there: below/gone.html'
 site ''
+printf '<svg xmlns="http://www.w3.org/2000/svg"><text>' >"$work/site/picture.svg"
+expect 'picture.svg: no picture'
+site ''
+printf '<svg xmlns="http://www.w3.org/2000/svg"><image href="https://example.org/a.png"/></svg>' >"$work/site/picture.svg"
+expect 'picture.svg: would be loaded from elsewhere'
+site ''
 printf '<html><body></body></html>' >"$work/site/below/page.html"
 expect 'says nothing'
 rm -rf "$work/site"
