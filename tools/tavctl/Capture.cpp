@@ -9,7 +9,7 @@
 #include <cstring>
 #include <thread>
 
-#include "tavctl/Commands.h"
+#include "tavctl/Context.h"
 
 namespace tavctl
 {

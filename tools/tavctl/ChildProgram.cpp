@@ -10,7 +10,7 @@
 #include <cstring>
 
 #include "common/Text.h"
-#include "tavctl/Commands.h"
+#include "tavctl/Context.h"
 
 namespace tavctl
 {

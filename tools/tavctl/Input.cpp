@@ -8,7 +8,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "tavctl/Commands.h"
+#include "tavctl/Context.h"
 
 namespace tavctl
 {

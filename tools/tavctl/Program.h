@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "common/GuardedUtils.h"
-#include "tavctl/Commands.h"
+#include "tavctl/Context.h"
 
 namespace tavctl
 {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tavctl/Commands.h"
+#include "tavctl/Context.h"
 #include "tavctl/doctor/Host.h"
 
 namespace tavctl::doctor
