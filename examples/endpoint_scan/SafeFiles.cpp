@@ -7,9 +7,11 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <memory>
 #include <system_error>
+#include <thread>
 
 #include "tav/QelSSLUtils.h"
 
@@ -22,6 +24,9 @@ constexpr int kDirectoryFlags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
 constexpr mode_t kPrivate = 0600;
 constexpr mode_t kPermissions = 07777;
 const std::string kPartial = ".partial-";
+/// How often, and how long apart, a directory is emptied that somebody fills meanwhile.
+constexpr int kAttempts = 500;
+constexpr std::chrono::milliseconds kPause{10};
 
 struct CloseDirectory
 {
@@ -47,6 +52,19 @@ std::vector<std::string> components(const std::string& path)
         start = end + 1;
     }
     return names;
+}
+
+/// Removes what is in a directory, as far as it is still there.
+void removeEntries(int directory)
+{
+    for (const std::string& name : namesIn(directory))
+    {
+        if (::unlinkat(directory, name.c_str(), 0) == 0 || errno == ENOENT)
+            continue;
+        if (errno != EISDIR)
+            fail("cannot remove " + name);
+        removeTree(directory, name);
+    }
 }
 
 /// Walks down from `root`; `enter` runs before each step.
@@ -390,18 +408,15 @@ void syncDirectory(int directory)
 
 void removeTree(int directory, const std::string& name)
 {
+    for (int attempt = 0;; ++attempt)
     {
-        const Fd tree = openBelow(directory, name);
-        for (const std::string& entry : namesIn(tree.get()))
-        {
-            if (S_ISDIR(statusAt(tree.get(), entry).st_mode))
-                removeTree(tree.get(), entry);
-            else if (::unlinkat(tree.get(), entry.c_str(), 0) != 0)
-                fail("cannot remove " + entry);
-        }
+        removeEntries(openBelow(directory, name).get());
+        if (::unlinkat(directory, name.c_str(), AT_REMOVEDIR) == 0)
+            return;
+        if (errno != ENOTEMPTY || attempt == kAttempts)
+            fail("cannot remove directory " + name);
+        std::this_thread::sleep_for(kPause);
     }
-    if (::unlinkat(directory, name.c_str(), AT_REMOVEDIR) != 0)
-        fail("cannot remove directory " + name);
 }
 
 } // namespace endpointscan

@@ -87,7 +87,8 @@ void writeAtomically(const std::string& path, const std::string& content);
 
 void syncDirectory(int directory);
 
-/// Removes the directory `name` and everything in it.
+/// Removes the directory `name` and everything in it. The archive tool of a scan that was killed may be at work in it
+/// for a while yet: what comes and goes there meanwhile is no failure.
 void removeTree(int directory, const std::string& name);
 
 } // namespace endpointscan

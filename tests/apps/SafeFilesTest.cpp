@@ -1,0 +1,78 @@
+#include "endpoint_scan/SafeFiles.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <filesystem>
+#include <fstream>
+#include <system_error>
+#include <thread>
+
+#include "support/TemporaryDirectory.h"
+
+using endpointscan::Fd;
+using endpointscan::removeTree;
+
+namespace fs = std::filesystem;
+
+namespace
+{
+
+class RemoveTreeTest : public ::testing::Test
+{
+protected:
+    RemoveTreeTest() : m_parent(endpointscan::openDirectory(m_place.path()))
+    {
+        fs::create_directories(tree() + "/a/b");
+    }
+
+    std::string tree() const { return m_place.file("tree"); }
+
+    TAV::test::TemporaryDirectory m_place;
+    Fd m_parent;
+};
+
+TEST_F(RemoveTreeTest, TakesFilesDirectoriesAndLinksButNotWhatTheyLeadTo)
+{
+    const std::string outside = m_place.write("outside", "stays");
+    std::ofstream(tree() + "/a/b/file") << "goes";
+    fs::create_symlink(outside, tree() + "/to-file");
+    fs::create_directory_symlink(m_place.path(), tree() + "/a/to-directory");
+    removeTree(m_parent.get(), "tree");
+    EXPECT_FALSE(fs::exists(tree()));
+    EXPECT_TRUE(fs::exists(outside));
+}
+
+TEST_F(RemoveTreeTest, TellsWhatIsNotThere)
+{
+    EXPECT_THROW(removeTree(m_parent.get(), "nothing"), std::system_error);
+}
+
+TEST_F(RemoveTreeTest, MindsNobodyWhoStillWorksInIt)
+{
+    const Fd directory = endpointscan::openDirectory(tree() + "/a/b");
+    std::atomic<bool> isAtWork{false};
+    std::thread worker(
+        [&]
+        {
+            for (int i = 0; i < 20'000; ++i)
+            {
+                const std::string name = std::to_string(i);
+                const Fd file(::openat(directory.get(), name.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
+                if (file.get() < 0)
+                    return; // the directory is gone
+                isAtWork = true;
+                if (i % 2 == 0)
+                    ::unlinkat(directory.get(), name.c_str(), 0);
+            }
+        });
+    while (!isAtWork)
+        std::this_thread::yield();
+    EXPECT_NO_THROW(removeTree(m_parent.get(), "tree"));
+    worker.join();
+    EXPECT_FALSE(fs::exists(tree()));
+}
+
+} // namespace
