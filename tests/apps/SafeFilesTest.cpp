@@ -53,17 +53,18 @@ TEST_F(RemoveTreeTest, TellsWhatIsNotThere)
 TEST_F(RemoveTreeTest, MindsNobodyWhoStillWorksInIt)
 {
     const Fd directory = endpointscan::openDirectory(tree() + "/a/b");
+    constexpr int kFilesBefore = 2'000; // so many that it goes on while they are removed
     std::atomic<bool> isAtWork{false};
     std::thread worker(
         [&]
         {
-            for (int i = 0; i < 20'000; ++i)
+            for (int i = 0; i < 2 * kFilesBefore; ++i)
             {
                 const std::string name = std::to_string(i);
                 const Fd file(::openat(directory.get(), name.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
                 if (file.get() < 0)
                     return; // the directory is gone
-                isAtWork = true;
+                isAtWork = i >= kFilesBefore;
                 if (i % 2 == 0)
                     ::unlinkat(directory.get(), name.c_str(), 0);
             }
