@@ -53,7 +53,7 @@ TEST_F(RemoveTreeTest, TellsWhatIsNotThere)
 TEST_F(RemoveTreeTest, MindsNobodyWhoStillWorksInIt)
 {
     const Fd directory = endpointscan::openDirectory(tree() + "/a/b");
-    constexpr int kFilesBefore = 300; // so many that it goes on while they are removed
+    constexpr int kFilesBefore = 1'000; // so many that it goes on while they are removed
     std::atomic<bool> isAtWork{false};
     std::thread worker(
         [&]
