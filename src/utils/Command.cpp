@@ -47,7 +47,8 @@ bool Run::fail(const char* reason)
     return finish(false);
 }
 
-bool Run::connectUnkeptToDevNull(const KeepMap& keep)
+// Flattened, so that the path is made in place: a call of memcpy would bring in another page of the C library.
+[[gnu::flatten]] bool Run::connectUnkeptToDevNull(const KeepMap& keep)
 {
     const auto isKept = [&](int fd) { return utils.checkIfFdToBeKeptOpen(fd, &keep); };
     if (isKept(STDIN_FILENO) && isKept(STDOUT_FILENO) && isKept(STDERR_FILENO))
@@ -55,7 +56,7 @@ bool Run::connectUnkeptToDevNull(const KeepMap& keep)
     const int nullFd = systemUtils.open(kDevNull, O_RDWR, err);
     if (nullFd < 0)
         return false;
-    for (const int standardFd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+    for (int standardFd = STDIN_FILENO; standardFd <= STDERR_FILENO; ++standardFd)
         utils.duplicateFd(nullFd, standardFd, &keep, err);
     // Deliberately also when it came back as one of 0, 1 and 2: that one then ends closed.
     ::close(nullFd);

@@ -45,7 +45,7 @@ bool prepareChild(command::Run& run, const command::KeepMap& keep)
     command::ignoreTerminationSignals();
     run.systemUtils.dup2(run.errPipe[1], STDERR_FILENO, run.err);
     closeSurplusDescriptors(run.utils, keep);
-    for (const int fd : {STDOUT_FILENO, STDIN_FILENO})
+    for (int fd = STDOUT_FILENO; fd >= STDIN_FILENO; --fd)
     {
         if (!run.utils.checkIfFdToBeKeptOpen(fd, &keep))
             ::close(fd);
@@ -81,7 +81,9 @@ bool TAVUtils::executeSystemCommand(const std::vector<std::string>& argv, const 
         keep = &pipeKeep;
     }
 
+    // Made before the fork, like all that allocates: afterwards each page that is written to is copied first.
     const std::vector<const char*> arguments = command::argumentPointers(argv);
+    const std::string started = kCommandStarted + commandLine(argv);
     const pid_t pid = m_systemUtils->fork(run.err);
     if (pid == -1)
         return run.fail(kForkFailed);
@@ -96,7 +98,7 @@ bool TAVUtils::executeSystemCommand(const std::vector<std::string>& argv, const 
         // Deliberately no exit: a child whose program cannot be started goes on as if it were the parent.
     }
 
-    m_logger.log(kLogDetail, m_componentName, kCommandStarted + commandLine(argv));
+    m_logger.log(kLogDetail, m_componentName, started);
     int status = 0;
     if (m_systemUtils->waitpid(pid, &status, 0, run.err) != pid)
         return run.fail(kWaitFailed);
