@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <set>
@@ -12,10 +13,12 @@
 
 #include <curl/curl.h>
 
+#include "tav/CurlWrapper.h"
 #include "tav/FMXException.h"
 #include "tav/ICurlWrapper.h"
 #include "tav/ILogger.h"
 #include "tav/testing/Fake.h"
+#include "tav/testing/FakeCurlAPIUtility.h"
 
 namespace TAV::test
 {
@@ -156,7 +159,6 @@ private:
     void noteUseBesideSending(const std::string& what);
     void logUnknown(unsigned long sessionId, const char* purpose) const;
     void logFailure(const CurlAnswer& failure) const;
-    static std::string textOf(long status);
 
     mutable std::mutex m_mutex;
     std::map<unsigned long, TAVQueryConfig> m_sessions;
@@ -265,51 +267,23 @@ inline void FakeCurlWrapper::logUnknown(unsigned long sessionId, const char* pur
         logger->log(2, "cURL session id " + std::to_string(sessionId) + purpose);
 }
 
+/// The lines are the real client's own: it asks once, over a call layer that gives this answer.
 inline void FakeCurlWrapper::logFailure(const CurlAnswer& failure) const
 {
     if (logger == nullptr)
         return;
-    const std::string component = "CurlWrapper";
-    const std::string result = curl_easy_strerror(failure.transferResult);
-    const std::string status = std::to_string(failure.status);
-    logger->log(6, component, "Failed to connect to Lumo server: " + result);
-    logger->log(6, component, "Last HTTP response code received from Lumo server is: " + status);
-    logger->log(6, component, "Last HTTP response message received from Lumo server is: " + textOf(failure.status));
-}
-
-/// The client's text for a status; it has none for most.
-inline std::string FakeCurlWrapper::textOf(long status)
-{
-    static const std::map<long, std::string> texts{
-        {0, "Connection Could Not Be Established"},
-        {400, "Bad Request"},
-        {401, "Unauthorized"},
-        {402, "Payment Required"},
-        {403, "Forbidden"},
-        {404, "Not Found"},
-        {405, "Method Not Allowed"},
-        {406, "Not Acceptable"},
-        {407, "Proxy Authentication Required"},
-        {408, "Request Timeout"},
-        {409, "Conflict"},
-        {410, "Gone"},
-        {411, "Length Required"},
-        {412, "Precondition Failed"},
-        {413, "Payload Too Large"},
-        {414, "URI Too Long"},
-        {415, "Unsupported Media Type"},
-        {416, "Range Not Satisfiable"},
-        {417, "Expectation Failed"},
-        {426, "Upgrade Required"},
-        {500, "Internal Server Error"},
-        {501, "Not Implemented"},
-        {502, "Bad Gateway"},
-        {503, "Service Unavailable"},
-        {504, "Gateway Timeout"},
-        {505, "HTTP Version Not Supported"},
-    };
-    const auto text = texts.find(status);
-    return text == texts.end() ? std::string() : text->second;
+    const auto api = std::make_shared<FakeCurlAPIUtility>();
+    api->numbers[CURLINFO_RESPONSE_CODE] = failure.status;
+    api->texts[failure.transferResult] = curl_easy_strerror(failure.transferResult);
+    if (failure.transferResult != CURLE_OK)
+        api->failCall("curlEasyPerform", 1, failure.transferResult);
+    CurlWrapper client(*logger, api);
+    client.configureOptions({}, 0);
+    client.initSession(0);
+    TAVHTTPHeader header;
+    std::string response;
+    LumoStats stats;
+    client.sendNetworkRequest(header, "", response, 0, stats);
 }
 
 } // namespace TAV::test
