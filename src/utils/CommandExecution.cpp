@@ -69,6 +69,10 @@ bool TAVUtils::executeSystemCommand(const std::vector<std::string>& argv, const 
     if (argv.empty())
         return false;
 
+    // Made before the fork, where no page is copied for it, and before the pipe, which nobody would close after bad_alloc.
+    const std::vector<const char*> arguments = command::argumentPointers(argv);
+    const std::string started = kCommandStarted + commandLine(argv);
+
     command::Run run{*this, *m_systemUtils, m_logger, m_componentName};
     command::KeepMap pipeKeep;
     const command::KeepMap* keep = fdsToKeepOpen;
@@ -81,9 +85,6 @@ bool TAVUtils::executeSystemCommand(const std::vector<std::string>& argv, const 
         keep = &pipeKeep;
     }
 
-    // Made before the fork, like all that allocates: afterwards each page that is written to is copied first.
-    const std::vector<const char*> arguments = command::argumentPointers(argv);
-    const std::string started = kCommandStarted + commandLine(argv);
     const pid_t pid = m_systemUtils->fork(run.err);
     if (pid == -1)
         return run.fail(kForkFailed);

@@ -72,6 +72,7 @@ bool TAVUtils::readSystemCommandOutput(std::vector<std::string> argv,
     if (argv.empty() || outPipe == nullptr)
         return false;
 
+    const std::vector<const char*> arguments = command::argumentPointers(argv);
     command::Run run{*this, *m_systemUtils, m_logger, m_componentName};
     command::KeepMap keep;
     if (fdsToKeepOpen != nullptr && !checkIfFdToBeKeptOpen(STDERR_FILENO, fdsToKeepOpen))
@@ -87,7 +88,6 @@ bool TAVUtils::readSystemCommandOutput(std::vector<std::string> argv,
     for (const int fd : {STDOUT_FILENO, outPipe[0], outPipe[1]})
         keep[fd] = true;
 
-    const std::vector<const char*> arguments = command::argumentPointers(argv);
     const pid_t pid = m_systemUtils->fork(run.err);
     if (pid == -1)
         return run.fail(kForkFailed);
