@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <utility>
 
 #include "tav/QelSSLUtils.h"
 
@@ -98,9 +99,13 @@ bool QelSSLUtils::getChecksumValues(
             return false;
         if (!digestFile(input.c_str(), digests) || !digests.finish())
             return false;
-        md5Hex = hexText(*this, digests.md5);
-        sha1Hex = hexText(*this, digests.sha1);
-        sha256Hex = hexText(*this, digests.sha256);
+        // Making a text can fail for want of memory; handing all three over cannot.
+        std::string md5 = hexText(*this, digests.md5);
+        std::string sha1 = hexText(*this, digests.sha1);
+        std::string sha256 = hexText(*this, digests.sha256);
+        md5Hex = std::move(md5);
+        sha1Hex = std::move(sha1);
+        sha256Hex = std::move(sha256);
         return true;
     }
     if (type == INPUT_DATA)

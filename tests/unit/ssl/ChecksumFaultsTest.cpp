@@ -1,8 +1,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <new>
 #include <string>
 
+#include "AllocationFault.h"
 #include "CryptoFaults.h"
 #include "support/TemporaryDirectory.h"
 #include "tav/QelSSLUtils.h"
@@ -13,8 +15,12 @@ namespace
 {
 
 using test::CryptoFaults;
+using testing::AllOf;
+using testing::Each;
 using testing::ElementsAre;
 using testing::ElementsAreArray;
+using testing::IsEmpty;
+using testing::Not;
 
 /// Runs the call over outputs that hold something already.
 class ChecksumFaultsTest : public testing::Test
@@ -190,6 +196,63 @@ TEST_F(ChecksumFaultsTest, FailedMd5BeginningGivesFalseForEveryTypeAndTouchesNot
         EXPECT_THAT(faults.calls(), ElementsAre("MD5_Init")) << type;
     }
 }
+
+#if !defined(TAV_NO_ALLOCATION_FAULTS)
+
+/// For each allocation of the call: the outputs when it fails. The last entry is the success.
+class ChecksumMemoryFaultsTest : public ChecksumFaultsTest
+{
+protected:
+    std::vector<std::vector<std::string>> outputsWithoutMemory(const std::string& input, InputTypes type)
+    {
+        std::vector<std::vector<std::string>> outcomes;
+        for (bool failed = true; failed;)
+        {
+            failed = failsAtAllocation(static_cast<unsigned int>(outcomes.size()) + 1, input, type);
+            outcomes.push_back(outputs());
+        }
+        return outcomes;
+    }
+
+private:
+    bool failsAtAllocation(unsigned int nth, std::string input, InputTypes type)
+    {
+        md5 = "md5 before";
+        sha1 = "sha1 before";
+        sha256 = "sha256 before";
+        QelSSLUtils ssl;
+        try
+        {
+            const test::AllocationFault fault(nth);
+            EXPECT_TRUE(ssl.getChecksumValues(std::move(input), type, md5, sha1, sha256));
+            return false;
+        }
+        catch (const std::bad_alloc&)
+        {
+            return true;
+        }
+    }
+};
+
+TEST_F(ChecksumMemoryFaultsTest, WantOfMemoryForAnyOfTheThreeTextsTouchesNoOutput)
+{
+    const std::string path = directory.write("file", "content");
+    ASSERT_TRUE(run(path, INPUT_FILE_PATH));
+    const auto whole = outputs();
+    EXPECT_THAT(outputsWithoutMemory(path, INPUT_FILE_PATH), ElementsAre(untouched, untouched, untouched, whole));
+}
+
+TEST_F(ChecksumMemoryFaultsTest, WantOfMemoryForDataLeavesMd5AndEmptiesTheOthers)
+{
+    ASSERT_TRUE(run("content", INPUT_DATA));
+    const auto whole = outputs();
+    auto outcomes = outputsWithoutMemory("content", INPUT_DATA);
+    EXPECT_EQ(outcomes.back(), whole);
+    outcomes.pop_back();
+    EXPECT_THAT(outcomes, AllOf(Not(IsEmpty()), Each(ElementsAre("md5 before", "", ""))));
+}
+
+#endif
 
 TEST_F(ChecksumFaultsTest, UnknownTypeIsRefusedAfterMd5Began)
 {
