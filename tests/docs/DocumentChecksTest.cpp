@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "LoggedTexts.h"
 #include "support/TemporaryDirectory.h"
 
 namespace TAV::test
@@ -96,6 +97,60 @@ TEST_F(DocumentChecksTest, ReportsQuoteOfPartOrFileThatIsNotThere)
                                  "<!-- quoted from src/none.cpp -->\n```cpp\nint b;\n```\n"),
                             tree.path()),
                 ElementsAre("src/one.cpp: none", "src/CMakeLists.txt: open", "src/none.cpp: "));
+}
+
+TEST_F(DocumentChecksTest, FindsTextsHoweverTheyAreLogged)
+{
+    tree.write("src/two.cpp", R"re(#include "a b.h"
+constexpr const char* kNamed = "named text: ";
+constexpr const char* kBroken =
+    "broken "
+    "text; in { two";
+static constexpr Row kRows[] = {
+    {kOne, "text in a row: "},
+};
+void f() // "no text"
+{
+    log(2, name, kNamed + std::to_string(1) + ")");
+    return fail(kBroken);
+    log(6, "text // in place");
+}
+)re");
+    std::filesystem::create_directories(tree.file("src/deep"));
+    tree.write("src/deep/three.h", "inline void g() { log(5, \"inline text\"); }\n");
+    EXPECT_THAT(
+        loggedTexts(tree.path()),
+        ElementsAre("broken text; in { two", "inline text", "named text:", "text // in place", "text in a row:"));
+}
+
+TEST_F(DocumentChecksTest, LeavesOutTextsThatAreNotLogged)
+{
+    tree.write("src/two.cpp", R"re(constexpr const char* kThrown = "thrown text";
+constexpr const char* kBoth = "thrown and logged";
+constexpr const char* kRefusal = "required text";
+constexpr const char* kPath = "/one/word";
+std::map<int, std::string> values{{404, "Not Found"}};
+void f()
+{
+    if (failed)
+        throw FMXException(1, kThrown);
+    throw FMXException(1, kBoth + "thrown in place");
+    require(call(), kRefusal);
+    log(2, name, kBoth);
+    log(2, name, kPath + " ");
+}
+)re");
+    EXPECT_THAT(loggedTexts(tree.path()), ElementsAre("thrown and logged"));
+}
+
+TEST_F(DocumentChecksTest, ReportsTextsThatOnlyPageOrSourcesHave)
+{
+    const std::set<std::string> logged{"it failed.", "session id", "is not open", "it failed", "Reason is -"};
+    EXPECT_THAT(wrongTexts(page("\n| level | text | from |\n|---|---|---|\n| 2 | it failed. | `f` |\n"
+                                "| 6 | session id ... is not open | `f` |\n| - | old text ...) | nowhere |\n"
+                                "| 6 | .... Reason is - ... | `f` |\n\n| 2 | notice | another table |\n"),
+                           logged),
+                ElementsAre("not on the page: it failed", "not in the sources: old text"));
 }
 
 } // namespace

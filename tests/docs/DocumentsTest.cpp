@@ -4,6 +4,7 @@
 #include <algorithm>
 
 #include "DocumentChecks.h"
+#include "LoggedTexts.h"
 #include "support/TemporaryDirectory.h"
 #include "support/Tools.h"
 
@@ -55,6 +56,15 @@ TEST(DocumentsTest, EveryCommandNamedExists)
 TEST(DocumentsTest, EveryQuoteIsExact)
 {
     expectNoneIn(pagesOf(kRoot), [](const Page& page) { return staleQuotes(page, kRoot); });
+}
+
+TEST(DocumentsTest, EveryLoggedTextIsListed)
+{
+    const fs::path path = kRoot / "docs" / "logging-and-system-calls.md";
+    const std::set<std::string> logged = loggedTexts(kRoot / "src");
+    ASSERT_GE(logged.size(), 50U) << "the texts were not found";
+
+    EXPECT_THAT(wrongTexts({path, readFile(path.string())}, logged), IsEmpty());
 }
 
 TEST(DocumentsTest, EveryRecipeIsQuoted)
