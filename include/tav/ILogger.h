@@ -22,9 +22,11 @@ namespace TAV
 ///
 /// | level | used for |
 /// |---|---|
-/// | 2 | a command that could not be run, waited for or read; a query client or session that could not be set up |
+/// | 2 | a command that could not be run, waited for or read |
+/// | 2 | a query client or session that could not be set up, a session id that is not open |
 /// | 5 | notable state: a kernel too old for CPU limits, a renewed Kerberos ticket |
-/// | 6 | the command line about to run, every refusal of the CPU limits, a failed query, a failed renewal |
+/// | 6 | the command line about to run, a child's standard error that is not available |
+/// | 6 | every refusal of the CPU limits, a failed query, a failed renewal |
 ///
 /// The order of the operations is part of the binary interface.
 class TAV_EXPORT ILogger
@@ -33,7 +35,7 @@ public:
     virtual ~ILogger() = default;
 
     /// Takes one line that belongs to no component: that a query session is not open, and no other.
-    /// @param level    2, 5 or 6, as above
+    /// @param level    2
     /// @param message  the complete text, without a newline; the callee's own copy
     virtual void log(int level, std::string message) = 0;
 

@@ -21,8 +21,8 @@ TAV_EXPORT extern const std::string kNullMacAddress;
 /// as far as the logger and the system-call object allow it. The cgroup operations store a path: the caller serialises
 /// them.
 ///
-/// **Beside the system-call object** a forked child makes five kinds of calls straight to the C library: signal(2),
-/// sysconf(3) or getrlimit(2), close(2) or close_range(2), and execv(3).
+/// **Beside the system-call object** a forked child makes calls straight to the C library: signal(2), sysconf(3) or
+/// getrlimit(2), close(2) or close_range(2), and execv(3).
 class TAV_EXPORT TAVUtils : public ITAVUtils
 {
 public:
