@@ -34,10 +34,11 @@ public:
     /// @return 0, or an error of libkrb5
     virtual krb5_error_code krb5ParseName(krb5_context context, const char* name, krb5_principal* principal) = 0;
 
-    /// krb5_unparse_name(). The text of a principal, in memory of libkrb5's.
+    /// krb5_unparse_name(). The text of a principal; the caller frees it with krb5_free_unparsed_name(), for which
+    /// there is no operation here.
     /// @param context    the library context
     /// @param principal  the principal
-    /// @param name       receives the text, which libkrb5 allocated
+    /// @param name       receives the text
     /// @return 0, or an error of libkrb5
     virtual krb5_error_code krb5UnparseName(krb5_context context, krb5_const_principal principal, char** name) = 0;
 
@@ -116,19 +117,21 @@ public:
                                                    const char* service,
                                                    krb5_get_init_creds_opt* options) = 0;
 
-    /// krb5_kt_start_seq_get(). Begins to read the entries of a key table.
+    /// krb5_kt_start_seq_get(). Begins to read the entries of a key table; the caller gives the cursor to
+    /// `krb5KtEndSeqGet`.
     /// @param context  the library context
     /// @param keytab   the key table
     /// @param cursor   receives the beginning
     /// @return 0, or an error of libkrb5
     virtual krb5_error_code krb5KtStartSeqGet(krb5_context context, krb5_keytab keytab, krb5_kt_cursor* cursor) = 0;
 
-    /// krb5_kt_next_entry(). Reads the next entry.
+    /// krb5_kt_next_entry(). Reads the next entry; the caller frees its contents with
+    /// krb5_free_keytab_entry_contents(), for which there is no operation here.
     /// @param context  the library context
     /// @param keytab   the key table
     /// @param entry    receives the entry
     /// @param cursor   where the reading stands
-    /// @return 0, or an error of libkrb5
+    /// @return 0; KRB5_KT_END behind the last entry; or an error of libkrb5
     virtual krb5_error_code
     krb5KtNextEntry(krb5_context context, krb5_keytab keytab, krb5_keytab_entry* entry, krb5_kt_cursor* cursor) = 0;
 

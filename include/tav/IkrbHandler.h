@@ -47,11 +47,15 @@ public:
     /// the keytab, and asks the KDC for initial credentials with it. When to call it is the caller's decision.
     ///
     /// Blocks while the KDC is asked, for about half a minute if it is silent. The credentials cache is not written;
-    /// the GSSAPI library writes it later. After a failure the old keytab is gone, so the proxy refuses until a renewal
-    /// succeeds. Each renewal keeps the keytab entry, the key and the credentials in memory for good, about 700 bytes.
+    /// the GSSAPI library writes it later. Each renewal keeps the keytab entry, the key and the credentials in memory
+    /// for good: 13 blocks, about 1 kB.
     ///
-    /// A file that is not there to be deleted is logged (level 6) and is no failure; that is so for the cache on each
-    /// renewal before the first negotiation. Success is logged at level 5.
+    /// A failure before the keytab is written leaves none, and the proxy refuses until a renewal succeeds. One at the
+    /// KDC leaves the new keytab, whose key the GSSAPI library shows to the KDC at each negotiation: delete it after a
+    /// wrong password, which may lock the account otherwise.
+    ///
+    /// A file that is not there or cannot be deleted is logged (level 6) and is no failure; that is so for the cache on
+    /// each renewal that follows another one without a negotiation between them. Success is logged at level 5.
     /// @return whether the KDC answered with credentials
     virtual bool renewTicket() = 0;
 };

@@ -19,7 +19,7 @@ namespace TAV
 /// start.
 ///
 /// **Files.** Give it a directory of mode 0700 that the daemon owns. The keytab is made with mode 0600, whatever the
-/// umask. Both files are deleted when the handler dies.
+/// umask. Both files are deleted when the handler dies; a cache whose name has a type is never deleted.
 ///
 /// **Secrets.** The password stays in the handler's memory, and in freed memory that is not wiped: switch core dumps
 /// off (RLIMIT_CORE 0, setrlimit(2)).
@@ -30,7 +30,9 @@ public:
     /// touched and no Kerberos call made.
     /// @param logger          kept by reference: it must outlive this object
     /// @param systemUtils     sets the variables; shared with the caller, and not checked for null
-    /// @param cacheFilePath   credentials cache; what stands before a colon in it is taken for a type
+    /// @param cacheFilePath   credentials cache, as a plain path. What stands before a colon in it is taken for a
+    ///                        type; a cache with a type, FILE: too, is never deleted: its tickets outlive renewals and
+    ///                        the handler, and serve under the old account
     /// @param keytabFilePath  client keytab; cut at 4097 characters when it is written
     /// @param krbApi          the Kerberos calls; shared with the caller, and not checked for null
     /// @throws FMXException  code 1: "Cache file path not provided.", "Keytab file path not provided."; or, when a

@@ -69,7 +69,7 @@ bool TAVUtils::executeSystemCommand(const std::vector<std::string>& argv, const 
     if (argv.empty())
         return false;
 
-    // Made before the fork, where no page is copied for it, and before the pipe, which nobody would close after bad_alloc.
+    // Made before the fork, where no page is copied for it, and before the pipe: if memory runs out, nothing is open.
     const std::vector<const char*> arguments = command::argumentPointers(argv);
     const std::string started = kCommandStarted + commandLine(argv);
 

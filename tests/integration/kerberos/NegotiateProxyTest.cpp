@@ -132,6 +132,33 @@ TEST_F(NegotiateProxyTest, CacheInMemoryServesToo)
     EXPECT_EQ(kerberos.files(), std::vector<std::string>{"keytab"});
 }
 
+/// No file has that name, so a renewal deletes nothing, and neither does the handler's end.
+TEST_F(NegotiateProxyTest, CacheWithATypeKeepsTheOldAccount)
+{
+    const NegotiateScene scene;
+    ProxyLog proxyLog(scene.proxy);
+    const TemporaryDirectory directory;
+    for (const std::string& cache : {std::string("MEMORY:old"), "FILE:" + directory.file("cache")})
+    {
+        KerberosScene kerberos(cache);
+        ASSERT_TRUE(kerberos.renew().renewed);
+        expectPassed(scene.ask());
+        EXPECT_EQ(proxyLog.ofLastQuery(), passedAs(kUser)) << cache;
+
+        ASSERT_TRUE(kerberos.renew(kOther, "otherpw").renewed);
+        expectPassed(scene.ask());
+        EXPECT_EQ(proxyLog.ofLastQuery(), passedAs(kUser)) << cache;
+
+        ASSERT_FALSE(kerberos.renew(kOther, "wrong").renewed);
+        expectPassed(scene.ask());
+        EXPECT_EQ(proxyLog.ofLastQuery(), passedAs(kUser)) << cache;
+
+        EXPECT_THAT(kerberos.end(), testing::SizeIs(1)) << "that there is no cache to delete";
+        expectPassed(scene.ask());
+        EXPECT_EQ(proxyLog.ofLastQuery(), passedAs(kUser)) << cache;
+    }
+}
+
 TEST_F(NegotiateProxyTest, TicketsInTheCacheServeWithoutKeytabAndKdc)
 {
     NegotiateScene scene;

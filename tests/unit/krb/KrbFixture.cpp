@@ -1,5 +1,8 @@
 #include "KrbFixture.h"
 
+#include <cstdlib>
+#include <utility>
+
 namespace TAV::test
 {
 
@@ -32,6 +35,8 @@ krb5_error_code WatchingApi::krb5cStringToKey(
     passwordBuffer.assign(string->data, 8192);
     const auto error = FakeKrbAPIWrapper::krb5cStringToKey(context, type, string, salt, key);
     derivedKey = *key;
+    if (takesThePassword)
+        std::free(std::exchange(const_cast<krb5_data*>(string)->data, nullptr));
     return error;
 }
 
@@ -51,6 +56,7 @@ krb5_error_code WatchingApi::krb5GetInitCredsKeytab(krb5_context context,
                                                     krb5_get_init_creds_opt* options)
 {
     credsBefore.emplace_back(reinterpret_cast<const char*>(creds), sizeof(*creds));
+    credsAt.push_back(creds);
     const auto error =
         FakeKrbAPIWrapper::krb5GetInitCredsKeytab(context, creds, client, keytab, startTime, service, options);
     creds->client = client;
@@ -84,6 +90,13 @@ struct PasswordData
 };
 template struct Reach<PasswordData, &KrbHandler::m_passwordData>;
 
+struct Credentials
+{
+    using Type = krb5_creds KrbHandler::*;
+    friend Type reach(Credentials);
+};
+template struct Reach<Credentials, &KrbHandler::m_creds>;
+
 std::string inContext(int number)
 {
     return "(context " + std::to_string(number);
@@ -99,6 +112,11 @@ const TAVProxyConfig& storedConfig(const KrbHandler& handler)
 const krb5_data& passwordData(const KrbHandler& handler)
 {
     return handler.*reach(PasswordData{});
+}
+
+const krb5_creds& credentials(const KrbHandler& handler)
+{
+    return handler.*reach(Credentials{});
 }
 
 KrbFixture::KrbFixture()

@@ -79,12 +79,15 @@ public:
     krb5_keyblock derivedKey{};
     std::vector<krb5_keytab_entry*> entries;
     krb5_keytab_entry addedEntry{};
-    std::vector<std::string> credsBefore; ///< the bytes of the structure that is to be filled, each time
+    std::vector<std::string> credsBefore;   ///< the bytes of the structure that is to be filled, each time
+    std::vector<const krb5_creds*> credsAt; ///< and where it lies
+    bool takesThePassword = false;          ///< whether a derivation leaves no buffer behind
 };
 
 // Private members, to see what has no other trace.
 const TAVProxyConfig& storedConfig(const KrbHandler& handler);
 const krb5_data& passwordData(const KrbHandler& handler);
+const krb5_creds& credentials(const KrbHandler& handler);
 
 /// A handler over a fake call layer, in a directory of its own; the process's environment is not touched. Behind each
 /// test all that was handed out must be released, once.

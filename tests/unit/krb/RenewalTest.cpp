@@ -14,6 +14,7 @@ namespace
 using testing::Contains;
 using testing::Each;
 using testing::ElementsAre;
+using testing::Eq;
 using testing::IsEmpty;
 using testing::KilledBySignal;
 using testing::SizeIs;
@@ -151,6 +152,28 @@ TEST_F(RenewalTest, ZeroesTheCredentialsBeforeEachUse)
     EXPECT_THAT(api->credsBefore, Each(std::string(sizeof(krb5_creds), '\0')));
 }
 
+TEST_F(RenewalTest, KeepsTheCredentialsInTheHandler)
+{
+    handler->configKrbSession(config);
+    EXPECT_THAT(api->credsAt, ElementsAre(&credentials(*handler)));
+    EXPECT_EQ(credentials(*handler).times.endtime, 1700003600) << "those that were obtained";
+}
+
+TEST_F(RenewalTest, LeavesTheCredentialsAloneUntilItHasACache)
+{
+    handler->configKrbSession(config);
+    api->failCall("krb5CcResolve", 1, ENOMEM);
+    EXPECT_FALSE(handler->renewTicket());
+    EXPECT_EQ(credentials(*handler).times.endtime, 1700003600) << "those of the time before";
+}
+
+TEST_F(RenewalTest, ReleasesNoPasswordThatTheDerivationTook)
+{
+    api->takesThePassword = true;
+    EXPECT_TRUE(handler->configKrbSession(config));
+    EXPECT_EQ(api->countOf("krb5FreeDataContents"), 1U) << "that of the salt";
+}
+
 TEST_F(RenewalTest, TheEntrySharesThePrincipalAndTheKey)
 {
     api->now = 1234567890;
@@ -252,8 +275,8 @@ TEST_F(RenewalTest, APasswordBeyondTheBufferAbortsWithoutAMessage)
         const auto renew = [&] { KrbHandler(telling, system, cachePath, keytabPath, api).configKrbSession(config); };
         EXPECT_EXIT(renew(),
                     KilledBySignal(SIGABRT),
-                    kCacheNotRemoved.message + "\n" + kKeytabNotRemoved.message +
-                        "\nkrb5InitContext\nkrb5ParseName\nkrb5StringToEnctype\nkrb5Timeofday\n")
+                    Eq(kCacheNotRemoved.message + "\n" + kKeytabNotRemoved.message +
+                       "\nkrb5InitContext\nkrb5ParseName\nkrb5StringToEnctype\nkrb5Timeofday\n"))
             << size;
     }
 }
@@ -270,6 +293,7 @@ TEST_P(RenewalKeytabNameTest, IsCutAtTheBuffer)
     EXPECT_TRUE(handler->configKrbSession(config));
     const std::string name = ("WRFILE:" + keytabPath).substr(0, kLongestName);
     EXPECT_EQ(api->calls()[7], "krb5KtResolve(context 1, " + name + ")");
+    EXPECT_EQ(system->calls().at(2), "setenv(KRB5_CLIENT_KTNAME, " + keytabPath + ", 1)") << "not cut";
 }
 
 INSTANTIATE_TEST_SUITE_P(PathSizes,
