@@ -71,6 +71,7 @@ TEST_F(ArchiveCreationTest, NamesOfManyKindsSurvive)
                                    "'single' \"double\"",
                                    "back\\slash",
                                    "\xd0\xb8\xd0\xbc\xd1\x8f \xe6\x96\x87\xe4\xbb\xb6",
+                                   "\xff\xfe name",
                                    "-x",
                                    "@list"})
     {

@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <openssl/evp.h>
 
 #include <new>
 #include <string>
@@ -196,6 +197,24 @@ TEST_F(ChecksumFaultsTest, FailedMd5BeginningGivesFalseForEveryTypeAndTouchesNot
         EXPECT_THAT(faults.calls(), ElementsAre("MD5_Init")) << type;
     }
 }
+
+#if OPENSSL_VERSION_MAJOR >= 3
+
+TEST(ChecksumProviderTest, ChecksumsAreComputedWhereOnlyApprovedDigestsMayBeAskedFor)
+{
+    ASSERT_EQ(EVP_default_properties_enable_fips(nullptr, 1), 1);
+    EVP_MD* const asked = EVP_MD_fetch(nullptr, "MD5", nullptr);
+    std::string md5;
+    std::string sha1;
+    std::string sha256;
+    EXPECT_TRUE(QelSSLUtils().getChecksumValues("/dev/null", INPUT_FILE_PATH, md5, sha1, sha256));
+    EVP_default_properties_enable_fips(nullptr, 0);
+    EXPECT_EQ(asked, nullptr) << "MD5 is not approved";
+    EVP_MD_free(asked);
+    EXPECT_EQ(md5, "d41d8cd98f00b204e9800998ecf8427e");
+}
+
+#endif
 
 #if !defined(TAV_NO_ALLOCATION_FAULTS)
 
