@@ -55,9 +55,20 @@ realm=DEMO.EXAMPLE
 unset https_proxy HTTPS_PROXY all_proxy ALL_PROXY no_proxy NO_PROXY KRB5CCNAME KRB5_CLIENT_KTNAME KRB5_KTNAME
 export KRB5_CONFIG="$work/krb5.conf" KRB5_KDC_PROFILE="$work/kdc.conf"
 
+# On a terminal that has colours, and whose user wants them.
+bold='' red='' yellow='' green='' plain=''
+if [ -t 1 ] && [ -z "${NO_COLOR:-}" ] && [ "${TERM:-dumb}" != dumb ]; then
+  bold=$(printf '\033[1m') red=$(printf '\033[1;31m') yellow=$(printf '\033[33m') green=$(printf '\033[32m')
+  plain=$(printf '\033[0m')
+fi
+
 say() { printf '%s\n' "$*"; }
-step() { printf '\n== %s\n\n' "$*"; }
-indent() { sed "s|$work/||g; s/^/  /"; }
+step() { printf '\n%s== %s%s\n\n' "$bold" "$*" "$plain"; }
+show() {
+  sed -E -e "s/^( *)(QUARANTINED)/\1$red\2$plain/" -e "s/^( *)(UNKNOWN)/\1$yellow\2$plain/" \
+    -e "s/TCP_DENIED/$yellow&$plain/" -e "s/TCP_TUNNEL/$green&$plain/"
+}
+indent() { sed "s|$work/||g; s/^/  /" | show; }
 
 # expect CODE COMMAND...: runs a command and insists on its exit code.
 expect() {
@@ -195,12 +206,13 @@ proxy_notes() {
   tail -n +$((seen + 1)) squid/access.log >notes
   seen=$((seen + $(wc -l <notes)))
   say "  What the proxy noted (result, method, where to, who):"
-  uniq notes | sed 's/^/    /'
+  uniq notes | sed 's/^/    /' | show
 }
 has_noted() { tail -n +$((seen + 1)) squid/access.log | grep -q -E "$1"; }
+nothing_noted() { [ "$(wc -l <squid/access.log)" -eq "$seen" ]; }
 
 step "1. A realm, and the KDC that looks after it"
-mkdir -m 0700 kdc mine
+mkdir -m 0700 kdc mine private
 mkdir squid
 start_kdc
 say "  The KDC knows everybody's password and hands out tickets. This one is new: realm $realm, 127.0.0.1:$kdc_port."
@@ -253,36 +265,47 @@ step "5. endpoint_scan asks the server through the proxy, with a ticket of its o
 say "  \$ endpoint_scan scan files --server localhost:$port --ca ca.pem --proxy localhost:$proxy_port"
 say "      --krb-principal scanner@$realm --krb-password-file scanner.pw --threads 1 --quarantine quarantine ..."
 say
-expect 1 "$scanner" scan files --server "localhost:$port" --ca ca.pem --proxy "localhost:$proxy_port" --threads 1 \
-  --krb-principal "scanner@$realm" --krb-password-file mine/scanner.pw --quarantine quarantine \
-  --password-file mine/archive.pw >table
+# scan PASSWORD_FILE: with temporary files where the demo can look for them.
+scan() {
+  TMPDIR=$work/private "$scanner" scan files --server "localhost:$port" --ca ca.pem --proxy "localhost:$proxy_port" \
+    --threads 1 --krb-principal "scanner@$realm" --krb-password-file "$1" --quarantine quarantine \
+    --password-file mine/archive.pw
+}
+expect 1 scan mine/scanner.pw >table
 indent <table
 grep -q '^QUARANTINED .*gamma' table || fail "the malicious file was not found"
 [ ! -e files/gamma ] || fail "the malicious file is still there"
 proxy_notes "^TCP_TUNNEL/200 CONNECT localhost:$port scanner@$realm\$"
 say "  The proxy knows who asked. Nobody has told it the password, nor has it crossed the network."
+[ -z "$(ls -A private)" ] || fail "endpoint_scan has left something: $(ls -A private)"
 say "  endpoint_scan's keytab and tickets were in a private directory, which is gone with it."
 
-step "6. A wrong password"
+step "6. The ticket is renewed"
+say "  Each run makes its keytab anew and asks the KDC again: a renewal. The same command once more:"
+say
+expect 0 scan mine/scanner.pw >table
+tail -n 1 table | indent
+proxy_notes "^TCP_TUNNEL/200 CONNECT localhost:$port scanner@$realm\$"
+
+step "7. A wrong password"
 say "  \$ tavctl query ... --krb-principal scanner@$realm --krb-password-file wrong.pw"
 say
 expect 1 "$tavctl" query --server "localhost:$port" --ca ca.pem --proxy "localhost:$proxy_port" \
   --krb-principal "scanner@$realm" --krb-password-file mine/wrong.pw >answer 2>complaint
 indent <complaint
 grep -q 'wrong password' complaint || fail "it does not say that the password is wrong"
+nothing_noted || fail "something was sent: $(tail -n 1 squid/access.log)"
 say
 say "  There was no ticket, so nothing was sent. A scan goes on all the same, and leaves no file out:"
 say
-expect 6 "$scanner" scan files --server "localhost:$port" --ca ca.pem --proxy "localhost:$proxy_port" --threads 1 \
-  --krb-principal "scanner@$realm" --krb-password-file mine/wrong.pw --quarantine quarantine \
-  --password-file mine/archive.pw >table 2>complaint
+expect 6 scan mine/wrong.pw >table 2>complaint
 grep '^UNKNOWN ' table | head -n 1 | indent
 tail -n 1 table | indent
 [ "$(grep -c '^UNKNOWN ' table)" -eq 4 ] || fail "a file was left out, or somebody made a verdict up"
 proxy_notes '^TCP_DENIED/407 CONNECT .* -$'
 ! grep -q TUNNEL notes || fail "the proxy let a wrong password pass"
 
-step "7. Another user, with the right password"
+step "8. Another user, with the right password"
 say "  \$ tavctl query ... --krb-principal auditor@$realm --krb-password-file auditor.pw"
 say
 expect 0 "$tavctl" query --server "localhost:$port" --ca ca.pem --proxy "localhost:$proxy_port" \
@@ -291,7 +314,7 @@ indent <answer
 grep -q '"verdict":"malicious"' answer || fail "the server gives no verdict"
 proxy_notes "^TCP_TUNNEL/200 CONNECT localhost:$port auditor@$realm\$"
 
-step "8. A ticket for any other program, while it runs"
+step "9. A ticket for any other program, while it runs"
 say "  \$ tavctl krb run --principal scanner@$realm --password-file scanner.pw -- sh -c 'ls -l \$KRB5_CLIENT_KTNAME'"
 say
 # shellcheck disable=SC2016 # the variable is set where the command runs
