@@ -19,7 +19,8 @@ public:
     virtual ~IMagic() = default;
 
     /// Loads a file-type database into the opened instance, as magic_load(3) does. May be called again, also after a
-    /// failure.
+    /// failure. Either way what was loaded before is gone, and so is the text of the last answer: after a failure,
+    /// queries give null until a load succeeds.
     /// @param path  the database file, or several separated by colons; null selects libmagic's default database
     /// @throws FMXException  code 3 with libmagic's own error text; the instance stays open
     virtual void magicLoad(const char* path) = 0;
@@ -28,8 +29,10 @@ public:
     /// mount, for instance).
     /// @param path  the file, as a zero-terminated text; null stands for standard input
     /// @return the MIME type without the character set, "text/plain" for instance, or null on failure. The text belongs
-    ///         to libmagic and dies with the next query or `magicClose`: copy it. It is libmagic's answer unchanged,
-    ///         and today's libmagic answers for a missing file with a text that begins "cannot open", not with null.
+    ///         to libmagic and dies with the next query, `magicLoad` or `magicClose`: copy it. It is libmagic's answer
+    ///         unchanged, and today's libmagic also answers with sentences: "cannot open ..." for a missing file,
+    ///         "regular file, no read permission" for one that may not be read. Only a type has a slash in its first
+    ///         word.
     virtual const char* magicFile(const char* path) = 0;
 
     /// Releases the instance with magic_close(3), or does nothing if none was ever opened. The object keeps the stale
@@ -44,6 +47,7 @@ public:
 
     /// Looks at the file behind an open descriptor, as magic_descriptor(3) does.
     /// @param fd  a descriptor that can be read; it stays open and stays the caller's. libmagic may move its position.
+    ///            -1, the result of a failed open(2), is answered by "application/x-empty", not by null: check before.
     /// @return as for `magicFile`
     virtual const char* magicDescriptor(int fd) = 0;
 };

@@ -5,12 +5,18 @@
 
 #include <filesystem>
 #include <optional>
+#include <stdexcept>
 #include <string>
+#include <vector>
 
+#include "support/SacrificialProcess.h"
+#include "support/SharedNotes.h"
 #include "support/TemporaryDirectory.h"
 #include "support/Tools.h"
 #include "tav/FMXException.h"
 #include "tav/MagicUtils.h"
+
+namespace fs = std::filesystem;
 
 namespace TAV
 {
@@ -35,6 +41,7 @@ public:
     ~Libmagic() { magic_close(m_cookie); }
 
     std::string file(const std::string& path) { return textOf(magic_file(m_cookie, path.c_str())); }
+    std::string standardInput() { return textOf(magic_file(m_cookie, nullptr)); }
     std::string descriptor(int fd) { return textOf(magic_descriptor(m_cookie, fd)); }
     int loaded() const { return m_loaded; }
     std::string error() const { return textOf(magic_error(m_cookie)); }
@@ -43,6 +50,14 @@ private:
     magic_t m_cookie;
     int m_loaded;
 };
+
+/// Root reads everything.
+void giveUpRoot()
+{
+    constexpr uid_t kNobody = 65534;
+    if (::geteuid() == 0 && ::seteuid(kNobody) != 0)
+        throw std::runtime_error("cannot become somebody else");
+}
 
 class MagicFileKindsTest : public testing::Test
 {
@@ -82,13 +97,15 @@ TEST_F(MagicFileKindsTest, EveryKindOfFileGetsLibmagicsOwnAnswer)
     Libmagic libmagic;
     const std::string fifo = directory.file("fifo");
     ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
-    std::filesystem::create_symlink("nowhere", directory.file("dangling"));
-    std::filesystem::create_symlink(directory.write("empty", ""), directory.file("link"));
+    fs::create_symlink("nowhere", directory.file("dangling"));
+    fs::create_symlink(directory.write("empty", ""), directory.file("link"));
     for (const std::string& path : {directory.file("empty"),
                                     directory.file("missing"),
                                     directory.file("empty") + "/below",
                                     directory.path(),
                                     fifo,
+                                    directory.write("\xff\xfe not UTF-8 \xc3", "plain words\n"),
+                                    directory.file("\xff\xfe missing"),
                                     directory.file("dangling"),
                                     directory.file("link"),
                                     std::string("/dev/null"),
@@ -103,8 +120,11 @@ TEST_F(MagicFileKindsTest, EveryKindOfDescriptorGetsLibmagicsOwnAnswer)
     Libmagic libmagic;
     const std::string fifo = directory.file("fifo");
     ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
-    directory.write("empty", "");
-    for (const std::string& path : {directory.file("empty"), directory.path(), fifo, std::string("/dev/null")})
+    for (const std::string& path : {directory.write("empty", ""),
+                                    directory.write("\xff\xfe not UTF-8 \xc3", "plain words\n"),
+                                    directory.path(),
+                                    fifo,
+                                    std::string("/dev/null")})
     {
         const int flags = (path == fifo ? O_RDWR : O_RDONLY) | O_NONBLOCK | O_CLOEXEC;
         const int fd = ::open(path.c_str(), flags);
@@ -112,6 +132,59 @@ TEST_F(MagicFileKindsTest, EveryKindOfDescriptorGetsLibmagicsOwnAnswer)
         EXPECT_EQ(textOf(magic.magicDescriptor(fd)), libmagic.descriptor(fd)) << path;
         ::close(fd);
     }
+}
+
+TEST_F(MagicFileKindsTest, WhatMayNotBeReadGetsASentence)
+{
+    fs::permissions(directory.path(), fs::perms(0755));
+    Libmagic libmagic;
+    test::SharedNotes notes;
+    const std::string path = directory.write("file", "plain words\n");
+    const auto noteAnswer = [&](int mode)
+    {
+        fs::permissions(path, fs::perms(mode));
+        test::SacrificialProcess process(
+            [&]
+            {
+                giveUpRoot();
+                notes.add(typeOf(path) == libmagic.file(path) ? typeOf(path) : "not libmagic's own answer");
+            });
+        EXPECT_EQ(process.wait(), 0);
+    };
+    for (const int mode : {0, 0111, 0222, 0444})
+        noteAnswer(mode);
+    const std::vector<std::string> answers = notes.lines();
+    ASSERT_EQ(answers.size(), 4U);
+    for (const std::string& answer : {answers[0], answers[1], answers[2]})
+        EXPECT_EQ(answer.substr(0, answer.find(' ')).find('/'), std::string::npos) << answer << " looks like a type";
+    EXPECT_EQ(answers[3], "text/plain") << "with the right to read";
+}
+
+/// Asks about standard input, in a process where that is this file, or is closed if there is none.
+std::string typeOfStandardInput(MagicUtils& magic, const std::string& path)
+{
+    Libmagic libmagic;
+    test::SharedNotes notes;
+    test::SacrificialProcess process(
+        [&]
+        {
+            ::close(0);
+            if (!path.empty() && ::open(path.c_str(), O_RDONLY) != 0)
+                throw std::runtime_error("cannot open " + path);
+            const std::string type = textOf(magic.magicFile(nullptr));
+            ::lseek(0, 0, SEEK_SET);
+            notes.add(type == libmagic.standardInput() ? type : "not libmagic's own answer: " + type);
+        });
+    EXPECT_EQ(process.wait(), 0);
+    return notes.text();
+}
+
+TEST_F(MagicFileKindsTest, ANullPathStandsForStandardInput)
+{
+    EXPECT_EQ(typeOfStandardInput(magic, directory.write("image", "GIF89a\x01\x01\x01\x01")), "image/gif\n");
+    EXPECT_EQ(typeOfStandardInput(magic, directory.write("text", "plain words\n")), "text/plain\n");
+    EXPECT_EQ(typeOfStandardInput(magic, "/dev/null"), "application/x-empty\n") << "read, whatever kind of file it is";
+    EXPECT_EQ(typeOfStandardInput(magic, ""), "(null)\n");
 }
 
 TEST_F(MagicFileKindsTest, SpecialFilesAreNotOpened)
