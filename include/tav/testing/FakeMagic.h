@@ -25,7 +25,7 @@ namespace TAV::test
 ///     ...
 ///     EXPECT_THAT(magic.problems(), IsEmpty());                                      // closed, once
 ///
-/// **Answers.** As with libmagic, an answer dies with the next query, and with `magicClose`: its text is then
+/// **Answers.** As with libmagic, an answer dies with the next query, `magicLoad` or `magicClose`: its text is then
 /// overwritten by '#', so that a caller who kept the pointer instead of a copy is found out. The memory itself stays
 /// until the fake ends.
 ///
@@ -53,7 +53,8 @@ public:
     /// libmagic: check what open(2) gave before.
     std::map<int, Type> descriptorTypes;
     /// What has no entry in the tables. Note that libmagic answers for a missing file with a text like
-    /// "cannot open `/x' (No such file or directory)".
+    /// "cannot open `/x' (No such file or directory)", and for one that may not be read with "regular file, no read
+    /// permission".
     Type defaultType = "application/octet-stream";
     /// The message of a planned failure of `magicLoad`.
     std::string loadError = "the database cannot be loaded";
@@ -110,6 +111,7 @@ inline void FakeMagic::magicLoad(const char* path)
         m_problems.emplace_back("magicLoad: closed before");
     if (m_state == State::Closed || m_state == State::Released)
         throw FMXException(fault.value_or(kDatabaseFailure), "Magic database is not open");
+    endAnswer();
     m_state = fault ? State::Open : State::Loaded;
     if (fault)
         throw FMXException(*fault, loadError);

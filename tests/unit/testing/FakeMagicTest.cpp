@@ -17,6 +17,7 @@ namespace
 
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::MatchesRegex;
 using testing::StrEq;
 
 /// "code: message" of the exception, or "nothing thrown".
@@ -97,6 +98,18 @@ TEST_F(FakeMagicTest, AnAnswerDiesWithTheNextQueryOrTheClose)
     const char* const third = magic.magicFile("/c");
     magic.magicClose();
     EXPECT_THAT(third, StrEq("##########"));
+}
+
+TEST_F(FakeMagicTest, AnAnswerDiesWithTheNextLoadWhetherItSucceedsOrFails)
+{
+    load();
+    const char* const first = magic.magicFile("/a");
+    magic.magicLoad(nullptr);
+    EXPECT_THAT(first, MatchesRegex("#+"));
+    const char* const second = magic.magicFile("/a");
+    magic.failCall("magicLoad", 1, 3);
+    EXPECT_NE(thrownBy([&] { magic.magicLoad(nullptr); }), "nothing thrown");
+    EXPECT_THAT(second, MatchesRegex("#+"));
 }
 
 TEST_F(FakeMagicTest, PlannedFailuresComeAsTheRealOnesDo)
