@@ -70,8 +70,8 @@ public:
     /// @param archivePath      the archive; empty is refused
     /// @param outputDirectory  made if missing; empty is refused
     /// @param password         empty for none; a password that the archive does not need does no harm
-    /// @return whether the tool ran and ended with status 0; false also for refused arguments, a wrong password and a
-    ///         damaged archive. What was extracted before the failure stays.
+    /// @return whether the tool ran and ended with status 0; false also for refused arguments, a wrong password (unless
+    ///         every file in a 7z archive is empty) and a damaged archive. What was extracted before the failure stays.
     virtual bool
     extractArchive(const std::string& archivePath, const std::string& outputDirectory, const std::string& password) = 0;
 };

@@ -46,7 +46,8 @@ public:
     virtual bool getChecksumValues(
         std::string input, InputTypes type, std::string& md5Hex, std::string& sha1Hex, std::string& sha256Hex) = 0;
 
-    /// HMAC-SHA1 (RFC 2104) of `data`, as the base64 text of the 20 bytes: 28 characters, the last one '='.
+    /// HMAC-SHA1 (RFC 2104) of `data`, as the base64 text of the 20 bytes: 28 characters, the last one '='. Each call
+    /// keeps about 100 bytes of memory for good: it encodes by `base64EncodeInputBuffer`.
     /// @param data  the message, which comes first; taken whole
     /// @param key   the key, which comes second; cut at its first zero byte
     /// @param out   receives the text; untouched on failure
@@ -59,8 +60,9 @@ public:
     /// @return whether `out` is not empty: false for an empty input, which empties `out`
     virtual bool encodeBase64(std::string input, std::string& out) = 0;
 
-    /// The same encoding of a buffer, by libcrypto's BIO_f_base64(3). Each call keeps one small block of memory for
-    /// good: prefer `encodeBase64` where many texts are encoded.
+    /// The same encoding of a buffer, by libcrypto's BIO_f_base64(3). Each call keeps a copy of the encoded text, at
+    /// least a third larger than the buffer, for good: never use it for large buffers, and prefer `encodeBase64` where
+    /// many texts are encoded.
     /// @param out     receives the text; untouched on failure
     /// @param buffer  the bytes; may be null if `length` is 0
     /// @param length  how many bytes, 0 or more; 0 gives true and an empty text
@@ -71,7 +73,8 @@ public:
     /// makes it fail.
     ///
     /// The result counts when it is as long as the length and the padding of the text promise. Some odd texts pass that
-    /// test: "====" (one zero byte), "=AAA", "Zg==Zg==", "Zm9vx" (as "Zm9v") and a text with a newline at its end.
+    /// test: "====" (one zero byte), "=AAA", "Zg==Zg==" and one more character behind a text without padding: "Zm9vx",
+    /// "Zm9v-" and "Zm9v\n" are taken as "Zm9v". Behind padding a newline is refused: strip newlines first.
     ///
     /// @param input  the text; 3 characters or fewer are refused
     /// @param out    receives the bytes, which may be zero bytes; empty on failure

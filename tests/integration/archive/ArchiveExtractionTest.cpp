@@ -87,6 +87,15 @@ TEST_F(ArchiveExtractionTest, WrongPasswordOf7zMakesNoFileAndKeepsAnExistingOne)
     EXPECT_EQ(readFile(out + "/x"), "kept");
 }
 
+TEST_F(ArchiveExtractionTest, AnyPasswordIsRightForA7zOfEmptyFiles)
+{
+    const std::string archive = directory.file("empty.7z");
+    ASSERT_EQ(create(archive, {directory.write("one", ""), directory.write("two", "")}, "right").result, "true");
+    EXPECT_EQ(extract(archive, out, "wrong").result, "true");
+    EXPECT_EQ(readFile(out + "/one"), "");
+    EXPECT_TRUE(fs::exists(out + "/two"));
+}
+
 TEST_F(ArchiveExtractionTest, WrongPasswordOfZipMakesAFileWithoutTheContent)
 {
     EXPECT_EQ(extract(archiveOf("a.zip", "right"), out, "wrong").result, "false");
