@@ -40,8 +40,9 @@ struct kernelVersion
 /// **The child ignores SIGTERM and SIGINT**, and that survives the start of the program: only SIGKILL, or a handler of
 /// the program's own, ends it. There is no time-out.
 ///
-/// **Descriptors that are closed** are those up to the soft limit RLIMIT_NOFILE (getrlimit(2)). One that was opened
-/// above a limit lowered since then stays open in the child, unless it is marked close-on-exec.
+/// **Descriptors that are closed** are those below the soft limit RLIMIT_NOFILE (getrlimit(2)), in
+/// `executeSystemCommand` also the one that is the limit. One that was opened above a limit lowered since then stays
+/// open in the child, unless it is marked close-on-exec.
 ///
 /// **Failure.** Nothing is thrown but for want of memory and what the caller's own objects throw. Each failure is a
 /// result, and most of them a log line too.
@@ -79,6 +80,8 @@ public:
 
     /// Runs a program in a child process, waits for it, and tells whether it exited with status 0. The command line is
     /// logged at level 6, whole; a call that cannot be made, at level 2. A program that fails is not logged.
+    /// In a caller without descriptor 0 the pipe below has its read end there: a failing program is then followed by a
+    /// line at level 6, that standard error is not available, and by both ends left open in the caller.
     ///
     /// Without a keep-map, or with one that keeps 2, the child's standard error goes to a pipe of this call, its
     /// standard output to /dev/null, and nothing else stays open but the two ends of that pipe, whatever the map says
@@ -103,7 +106,7 @@ public:
 
     /// Runs a program like `executeSystemCommand`, with its standard output connected to the caller's pipe. When the
     /// child fails, its raw wait status and the first 200 bytes of its standard error are logged at level 2. The
-    /// command line is not logged.
+    /// command line is not logged. The program gets neither pipe's own ends: in the pipe mode it has 1 and 2 alone.
     ///
     /// Both ends of `outPipe` stay open in the caller: close the write end, then read. The call returns only when the
     /// child has ended, so more output than the pipe holds (64 KiB, pipe(7)) blocks it for ever, unless another thread
@@ -114,7 +117,8 @@ public:
     /// @param fdsToKeepOpen  the keep-map, or null. Used only when it does not keep 2; 1 is connected to the pipe
     ///                       whatever it says.
     /// @param outPipe        two descriptors, read end first, as pipe2(2) makes them; give it O_CLOEXEC, so that
-    ///                       children of other threads do not hold the write end
+    ///                       children of other threads do not hold the write end. Both must be above 2: the child
+    ///                       closes their numbers, so with an end on 1 nothing is captured, and the result may be true.
     /// @return true only when the child exited normally with status 0; false also for an empty `argv` or a null
     ///         `outPipe`, and in every child that comes back
     virtual bool
