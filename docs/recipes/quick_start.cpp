@@ -1,12 +1,10 @@
 #include <cstdio>
 #include <string>
 
-#include "tav/FMXException.h"
 #include "tav/MagicUtils.h"
 #include "tav/QelSSLUtils.h"
 
 int main(int, char** argv)
-try
 {
     TAV::MagicUtils magic;
     magic.magicOpen();
@@ -19,8 +17,4 @@ try
         std::printf("%s  %s  %s\n", *argv, type ? type : "?", hashed ? sha256.c_str() : "unreadable");
     }
     magic.magicClose();
-}
-catch (const TAV::FMXException& failure)
-{
-    return std::fprintf(stderr, "%s\n", failure.message.c_str()), failure.code;
 }
