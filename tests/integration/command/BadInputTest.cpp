@@ -48,6 +48,8 @@ TEST(BadInputTest, ProgramThatCannotBeStartedBringsTheChildBack)
                                                 "\x7f"
                                                 "ELF and no more");
     const std::string noInterpreter = directory.write("script", "#!/nonexistent/shell\n");
+    const std::string fifo = directory.file("fifo");
+    ASSERT_EQ(::mkfifo(fifo.c_str(), 0700), 0);
     for (const std::string& path : {garbage, noInterpreter})
         std::filesystem::permissions(path, std::filesystem::perms::owner_all);
 
@@ -60,6 +62,7 @@ TEST(BadInputTest, ProgramThatCannotBeStartedBringsTheChildBack)
                                        loop,
                                        garbage,
                                        noInterpreter,
+                                       fifo,
                                        directory.file("\xff\xfe not UTF-8"),
                                        "/" + std::string(5000, 'x')})
         expectNotStarted({program});

@@ -17,11 +17,20 @@ namespace TAV::test
 using KeepMap = std::map<int, bool>;
 using Events = std::vector<std::string>;
 
+/// Not an exception of the standard library, so that only catching everything could swallow it.
+struct Interruption
+{
+    std::string event;
+};
+
 /// Notes its lines among the other events.
 class NotingLogger : public ILogger
 {
 public:
     explicit NotingLogger(Events& events) : m_events(events) {}
+
+    std::string interruptedAt; ///< the event at which it throws, if any
+
     void log(int level, std::string message) override { add(level, "no component", message); }
     void log(int level, std::string component, const std::string& message) override { add(level, component, message); }
 
@@ -29,6 +38,8 @@ private:
     void add(int level, const std::string& component, const std::string& message)
     {
         m_events.push_back("log " + std::to_string(level) + " " + component + ": " + message);
+        if (m_events.back() == interruptedAt)
+            throw Interruption{interruptedAt};
     }
 
     Events& m_events;
@@ -111,10 +122,18 @@ private:
     bool watched(Operation operation)
     {
         m_calls.forget();
-        m_calls.arm();
-        const bool result = operation();
-        m_calls.disarm();
-        return result;
+        try
+        {
+            m_calls.arm();
+            const bool result = operation();
+            m_calls.disarm();
+            return result;
+        }
+        catch (...)
+        {
+            m_calls.disarm();
+            throw;
+        }
     }
 
     Events::const_iterator afterExecv() const
