@@ -1,13 +1,17 @@
 #include "common/Password.h"
 
 #include <fcntl.h>
+#include <poll.h>
+#include <sys/signalfd.h>
 #include <termios.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 
 namespace programs
 {
@@ -15,6 +19,9 @@ namespace
 {
 
 constexpr std::size_t kLongestSecret = 64UL * 1024;
+constexpr const char* kTerminal = "the terminal";
+constexpr std::size_t kLongestLine = 4095; ///< without its end: the kernel drops what else is typed, without a word
+constexpr int kEndings[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGTSTP};
 
 class Descriptor
 {
@@ -33,22 +40,17 @@ private:
     int m_fd;
 };
 
-std::string readAll(int fd, const std::string& name, bool stopAtNewline)
+/// @return false at the end
+bool readPiece(int fd, const std::string& name, std::string& text)
 {
-    std::string text;
     std::array<char, 4096> piece{};
-    while (!stopAtNewline || text.find('\n') == std::string::npos)
-    {
-        const ssize_t size = ::read(fd, piece.data(), piece.size());
-        if (size < 0)
-            throw SecretError(name + ": " + std::strerror(errno));
-        if (size == 0)
-            break;
-        text.append(piece.data(), static_cast<std::size_t>(size));
-        if (text.size() > kLongestSecret)
-            throw SecretError(name + ": too long for a secret");
-    }
-    return text;
+    const ssize_t size = ::read(fd, piece.data(), piece.size());
+    if (size < 0)
+        throw SecretError(name + ": " + std::strerror(errno));
+    text.append(piece.data(), static_cast<std::size_t>(size));
+    if (text.size() > kLongestSecret)
+        throw SecretError(name + ": too long for a secret");
+    return size > 0;
 }
 
 std::string fromFile(const std::string& path)
@@ -56,7 +58,11 @@ std::string fromFile(const std::string& path)
     const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
     if (file.get() < 0)
         throw SecretError(path + ": " + std::strerror(errno));
-    return readAll(file.get(), path, false);
+    std::string text;
+    while (readPiece(file.get(), path, text))
+    {
+    }
+    return text;
 }
 
 std::string fromEnvironment(const std::string& name)
@@ -66,6 +72,49 @@ std::string fromEnvironment(const std::string& name)
         throw SecretError("environment variable " + name + " is not set");
     return value;
 }
+
+sigset_t endings()
+{
+    sigset_t set;
+    ::sigemptyset(&set);
+    for (const int signal : kEndings)
+        ::sigaddset(&set, signal);
+    return set;
+}
+
+/// Holds back the signals that end or stop a process, for as long as it lives. What has come meanwhile takes its course
+/// then, whatever somebody has installed for it.
+class SignalsHeld
+{
+public:
+    SignalsHeld() : m_held(endings()), m_arrivals(::signalfd(-1, &m_held, SFD_CLOEXEC))
+    {
+        if (m_arrivals.get() < 0)
+            throw SecretError(std::string("cannot look for signals: ") + std::strerror(errno));
+        ::pthread_sigmask(SIG_BLOCK, &m_held, &m_before);
+    }
+    SignalsHeld(const SignalsHeld&) = delete;
+    SignalsHeld& operator=(const SignalsHeld&) = delete;
+    ~SignalsHeld() { ::pthread_sigmask(SIG_SETMASK, &m_before, nullptr); }
+
+    /// Waits for something to read.
+    /// @return false if a signal has come
+    bool isQuietUntilReadable(int fd) const
+    {
+        struct pollfd both[] = {{fd, POLLIN, 0}, {m_arrivals.get(), POLLIN, 0}};
+        while (::poll(both, 2, -1) < 0)
+        {
+            if (errno != EINTR)
+                throw SecretError(std::string(kTerminal) + ": " + std::strerror(errno));
+        }
+        return both[1].revents == 0;
+    }
+
+private:
+    sigset_t m_held;
+    sigset_t m_before = {};
+    Descriptor m_arrivals;
+};
 
 /// Switches a terminal's echo off for as long as it lives.
 class EchoOff
@@ -96,7 +145,37 @@ private:
 void show(int fd, const std::string& text)
 {
     if (::write(fd, text.data(), text.size()) < 0)
-        throw SecretError(std::string("the terminal: ") + std::strerror(errno));
+        throw SecretError(std::string(kTerminal) + ": " + std::strerror(errno));
+}
+
+std::optional<std::string> readLine(int fd, const SignalsHeld& signals)
+{
+    std::string text;
+    do
+    {
+        if (!signals.isQuietUntilReadable(fd))
+            return std::nullopt;
+    } while (readPiece(fd, kTerminal, text) && text.find('\n') == std::string::npos);
+    if (text.size() > kLongestLine)
+        throw SecretError(std::string(kTerminal) + ": a line of " + std::to_string(kLongestLine) +
+                          " bytes may have been cut off: put the secret into a file");
+    return text;
+}
+
+/// @return nothing if a signal came in between that did not end the process
+std::optional<std::string> askOnce(int fd)
+{
+    // In the background this stops the process, while a signal can still end it.
+    ::tcdrain(fd);
+    const SignalsHeld signals; // to its end, so that none finds a terminal without echo
+    std::optional<std::string> line;
+    {
+        const EchoOff silence(fd);
+        show(fd, "Password: ");
+        line = readLine(fd, signals);
+    }
+    show(fd, "\n");
+    return line;
 }
 
 std::string fromTerminal()
@@ -104,14 +183,10 @@ std::string fromTerminal()
     const Descriptor terminal(::open("/dev/tty", O_RDWR | O_CLOEXEC | O_NOCTTY));
     if (terminal.get() < 0)
         throw SecretError("there is no terminal to ask for a password on");
-    show(terminal.get(), "Password: ");
-    std::string text;
-    {
-        const EchoOff silence(terminal.get());
-        text = readAll(terminal.get(), "the terminal", true);
-    }
-    show(terminal.get(), "\n");
-    return text;
+    std::optional<std::string> line;
+    while (!line)
+        line = askOnce(terminal.get());
+    return *line;
 }
 
 std::string readRaw(const SecretSource& source)
@@ -127,7 +202,7 @@ std::string nameOf(const SecretSource& source)
 {
     if (!source.file.empty())
         return source.file;
-    return source.environment.empty() ? "the terminal" : "environment variable " + source.environment;
+    return source.environment.empty() ? kTerminal : "environment variable " + source.environment;
 }
 
 } // namespace

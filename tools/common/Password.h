@@ -24,6 +24,9 @@ struct SecretSource
 };
 
 /// Reads a secret from the one source that is given, the file first.
+///
+/// The terminal does not show what is typed. A signal that ends the process meanwhile, Ctrl-C for instance, finds the
+/// terminal as it was before; so does Ctrl-Z, and the question is asked again when the process goes on.
 /// @throws SecretError  if it is missing, empty, unreadable or holds a zero byte
 std::string readSecret(const SecretSource& source);
 
