@@ -93,7 +93,10 @@ void addProxy(CLI::App& command, Options& options, CLI::Option* server)
     command
         .add_option("--krb-keytab", account.keytab, "Where its keytab is while this runs; a private place if missing")
         ->needs(principal);
-    command.add_option("--krb-cache", account.cache, "Where its tickets are while this runs; the same")
+    command
+        .add_option(
+            "--krb-cache", account.cache, "Where its tickets are while this runs; the same. A path without a colon")
+        ->check(programs::obstacleToCache)
         ->needs(principal);
 }
 

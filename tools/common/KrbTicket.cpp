@@ -76,6 +76,8 @@ void requireOwnKeytab(const std::string& path, const std::string& principal)
 
 void requireCache(const std::string& path)
 {
+    if (const std::string obstacle = obstacleToCache(path); !obstacle.empty())
+        throw std::runtime_error(obstacle);
     if (!isThere(path))
         return;
     char beginning[2] = {};
@@ -94,6 +96,13 @@ TAV::TAVProxyConfig configOf(const KrbAccount& account)
 }
 
 } // namespace
+
+std::string obstacleToCache(const std::string& path)
+{
+    if (path.find(':') == std::string::npos)
+        return "";
+    return printable(path) + ": what stands before a colon may be taken for a type of cache: give a path without one";
+}
 
 std::string readKrbPassword(const SecretSource& source)
 {

@@ -36,6 +36,10 @@ struct KrbRenewal
     std::string obstacle(const std::string& principal) const;
 };
 
+/// What is wrong with a path as a place for a credentials cache; empty if nothing is. libkrb5 reads what stands before a
+/// colon as a type, "FILE:/x" for instance, and the file that it then writes is not the one that would be deleted.
+std::string obstacleToCache(const std::string& path);
+
 constexpr std::size_t kLongestKrbPassword = 8192;
 
 /// Reads an account's password.
@@ -48,7 +52,7 @@ class KrbTicket
 {
 public:
     /// Reads the password and makes the handler; nobody is asked yet. Files that a renewal would delete, and that are
-    /// not what such a renewal has made, are refused.
+    /// not what such a renewal has made, are refused; so is a cache that nobody could delete by its path.
     /// @param logger  gets the handler's lines; must outlive this object
     /// @throws SecretError, std::runtime_error, TAV::FMXException
     KrbTicket(TAV::ILogger& logger, const KrbAccount& account);

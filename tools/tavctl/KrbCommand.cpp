@@ -179,9 +179,10 @@ void addAccount(CLI::App& command, programs::KrbAccount& account, bool needsPath
     command.add_option("--keytab", account.keytab, "Where the keytab is made")
         ->required(needsPaths)
         ->check(obstacleToName);
-    command.add_option("--cache", account.cache, "Where the credentials cache is to be")
+    command.add_option("--cache", account.cache, "Where the credentials cache is to be: a path without a colon")
         ->required(needsPaths)
-        ->check(obstacleToName);
+        ->check(obstacleToName)
+        ->check(programs::obstacleToCache);
 }
 
 void setAction(CLI::App& command,

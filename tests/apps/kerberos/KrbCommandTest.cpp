@@ -40,8 +40,8 @@ protected:
         ProgramRun run;
         run.argv = std::move(arguments);
         run.argv.insert(run.argv.begin(), {TAVCTL, "krb"});
-        run.environment = {{"TMPDIR", m_temporary.path()}};
-        run.environment.insert(more.begin(), more.end());
+        run.environment = std::move(more);
+        run.environment.emplace("TMPDIR", m_temporary.path());
         return run.run();
     }
 
@@ -66,6 +66,9 @@ TEST_F(KrbArgumentsTest, RefusesBadArguments)
         {{"renew", "--principal", kUser, "--cache", cache}, "--keytab"},
         {{"renew", "--principal", kUser, "--keytab", "", "--cache", cache}, "the name is missing"},
         {{"renew", "--principal", kUser, "--keytab", keytab, "--cache", cache, "--password", "x"}, "--password"},
+        {{"renew", "--principal", kUser, "--keytab", keytab, "--cache", "FOO:bar"}, "--cache: FOO:bar: what stands"},
+        {{"run", "--principal", kUser, "--cache", "FILE:" + cache, "--", "true"}, "give a path without one"},
+        {{"run", "--principal", kUser, "--cache", "MEMORY:x", "--", "true"}, "give a path without one"},
         {{"run", "--principal", kUser}, "PROGRAM"},
         {{"run", "--json", "--principal", kUser, "--", "true"}, "there is none for --json"},
         {{"show"}, "--keytab"},
@@ -264,9 +267,14 @@ TEST_F(KrbCommandTest, AStoppedKdcAndUnwritablePathsHaveTheirOwnWords)
     EXPECT_THAT(unwritable.err,
                 AllOf(HasSubstr("Kerberos keytab entry addition failed."),
                       HasSubstr("a file cannot be written: No such file or directory")));
-    arguments = account("renew");
-    arguments.insert(arguments.end(), {"--keytab", keytab(), "--cache", "FOO:bar"});
-    EXPECT_THAT(krb(arguments).err, HasSubstr("unknown type of cache"));
+    // The private directory's path has a colon then.
+    fs::create_directory(m_place.file("a:b"));
+    arguments = account("run");
+    arguments.insert(arguments.end(), {"--", "true"});
+    const ProgramResult untyped =
+        KrbArgumentsTest::krb(arguments, {{"KRB5_CONFIG", m_kdc->clientConfig()}, {"TMPDIR", m_place.file("a:b")}});
+    EXPECT_THAT(untyped.err, HasSubstr("unknown type of cache"));
+    EXPECT_TRUE(fs::is_empty(m_place.file("a:b")));
     m_kdc->stop();
     EXPECT_THAT(renew().err, HasSubstr("no KDC can be reached. See that the KDC runs"));
 }

@@ -302,6 +302,8 @@ TEST_F(KrbTicketTest, RefusesToDeleteWhatItHasNotMade)
         {m_account.keytab, foreign, "exists and is no credentials cache"},
         {m_account.keytab, m_place.path(), "exists and is no credentials cache"},
         {m_account.keytab, m_account.keytab, "must be two files"},
+        {m_account.keytab, "FILE:" + m_account.cache, "cache: what stands before a colon may be taken for a type"},
+        {m_account.keytab, "MEMORY:x", "MEMORY:x: what stands before a colon may be taken for a type"},
     };
     for (const Case& c : cases)
     {
