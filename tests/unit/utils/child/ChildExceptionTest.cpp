@@ -46,7 +46,7 @@ protected:
             expectToPassThrough(operation, call);
     }
 
-    const KeepMap m_keepNothing;
+    const KeepMap m_keepNothing{};
 };
 
 TEST_F(ChildExceptionTest, OfASystemCallPassesThroughExecute)
