@@ -74,8 +74,8 @@ public:
     ///
     /// The result counts when it is as long as the length and the padding of the text promise. Some odd texts pass that
     /// test: "====" (one zero byte), "=AAA", "Zg==Zg==" and one more character behind a text without padding: "Zm9vx"
-    /// and "Zm9v-" are taken as "Zm9v", and a newline there counts as nothing. Behind padding a newline is refused: strip
-    /// newlines first.
+    /// and "Zm9v-" are taken as "Zm9v", and a newline there counts as nothing. Behind padding a newline is refused:
+    /// strip newlines first.
     ///
     /// @param input  the text; 3 characters or fewer are refused
     /// @param out    receives the bytes, which may be zero bytes; empty on failure
