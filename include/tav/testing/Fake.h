@@ -88,6 +88,13 @@ protected:
     /// @param canFail    whether the interface has a failure for it
     std::optional<int> enter(const std::string& operation, const std::string& arguments, bool canFail = true)
     {
+        note(operation, arguments);
+        return m_plan->count(operation, canFail);
+    }
+
+    /// Notes a call that no plan concerns.
+    void note(const std::string& operation, const std::string& arguments)
+    {
         const std::string call = operation + "(" + arguments + ")";
         {
             const std::lock_guard<std::mutex> lock(m_mutex);
@@ -95,7 +102,16 @@ protected:
         }
         if (onCall)
             onCall(call);
-        return m_plan->count(operation, canFail);
+    }
+
+    /// For an operation that forks: its child finds the locks of fake and plan free, whatever other threads do.
+    /// @param fork  forks
+    /// @return what `fork` returns, in both processes
+    template <typename Fork>
+    auto forked(Fork fork)
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        return m_plan->forked(fork);
     }
 
     /// Arguments as they stand in the text of a call.

@@ -63,7 +63,8 @@ struct CurlAnswer
 ///
 /// **Planned failures.** An operation that can throw does so, with the planned error as the exception's code:
 /// `initSession` opens nothing, `configureOptions` has stored the configuration, `sendNetworkRequest` has sent nothing.
-/// `deInitSession` gives false and the session stays. A query that fails otherwise is an answer with another status.
+/// The first `configureOptions` stores and nothing else: it cannot fail, and no plan counts it. `deInitSession` gives
+/// false and the session stays. A query that fails otherwise is an answer with another status.
 ///
 /// **Threads.** As for all fakes; `onRequest` is called with no lock held, by each thread that sends.
 class FakeCurlWrapper : public ICurlWrapper, public Fake
@@ -196,10 +197,15 @@ inline bool FakeCurlWrapper::deInitSession(unsigned long sessionId)
 
 inline void FakeCurlWrapper::configureOptions(const TAVQueryConfig& config, unsigned long sessionId)
 {
-    const auto fault = enter("configureOptions", joined({config.serverHost, std::to_string(sessionId)}));
+    const std::string arguments = joined({config.serverHost, std::to_string(sessionId)});
+    const bool isFirst = !this->config().has_value();
+    std::optional<int> fault;
+    if (isFirst)
+        note("configureOptions", arguments);
+    else
+        fault = enter("configureOptions", arguments);
     const std::lock_guard<std::mutex> lock(m_mutex);
     noteUseBesideSending("client configured");
-    const bool isFirst = !m_config;
     m_config = config;
     if (fault)
         throw FMXException(*fault, "cURL configuration failed while setting proxy config.");

@@ -21,6 +21,9 @@ namespace TAV::test
 ///
 /// A planned failure returns -1 and stores the error; a stream that is to be opened stays closed. Link
 /// `tavutils::tavsystemutils` with it.
+///
+/// **Children.** The child of a real fork may go on with this object, whatever other threads did with it at the fork,
+/// and so it may with its plan. With other doubles, a logger for one, it may not if they were in use then.
 class FakeTAVSystemUtils : public ITAVSystemUtils, public Fake
 {
 public:
@@ -82,7 +85,7 @@ public:
     {
         if (const auto fault = enter("fork", ""))
             return err = *fault, -1;
-        return onFork ? onFork(err) : m_real.fork(err);
+        return onFork ? onFork(err) : forked([&] { return m_real.fork(err); });
     }
 
     pid_t waitpid(pid_t pid, int* status, int options, int& err) override

@@ -108,6 +108,16 @@ public:
         return error;
     }
 
+    /// For fakes that fork: the child finds the plan's lock free.
+    /// @param fork  forks
+    /// @return what `fork` returns, in both processes
+    template <typename Fork>
+    auto forked(Fork fork)
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        return fork();
+    }
+
 private:
     struct Fault
     {

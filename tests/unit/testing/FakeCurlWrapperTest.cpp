@@ -304,6 +304,7 @@ TEST(FakeCurlWrapperTest, PlannedFailuresAreExceptionsWhereTheyCanBe)
     client.failCall("sendNetworkRequest", 1, 5);
     client.failCall("deInitSession", 1);
 
+    EXPECT_EQ(thrownBy([&] { client.configureOptions({}, 0); }), "nothing") << "the first one stores alone";
     EXPECT_EQ(thrownBy([&] { client.configureOptions(configFor("a"), 0); }),
               "3: cURL configuration failed while setting proxy config.");
     EXPECT_EQ(client.config()->serverHost, "a") << "stored all the same";

@@ -9,10 +9,14 @@
 #include <unistd.h>
 
 #include <array>
+#include <atomic>
 #include <cerrno>
+#include <chrono>
+#include <csignal>
 #include <cstdlib>
 #include <fstream>
 #include <memory>
+#include <optional>
 #include <ostream>
 #include <string>
 #include <thread>
@@ -396,6 +400,53 @@ TEST_F(ImaginarySystemTest, SeveralThreadsMayRunCommands)
         thread.join();
     EXPECT_EQ(system.openFds.count(40), 0U);
     EXPECT_EQ(system.openFds.count(41), 400U);
+}
+
+/// The state of a child that ended; none if it had to be killed because it did not.
+std::optional<int> endOf(pid_t pid)
+{
+    int status = 0;
+    for (const auto last = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+         std::chrono::steady_clock::now() < last;
+         std::this_thread::sleep_for(std::chrono::microseconds(200)))
+    {
+        if (::waitpid(pid, &status, WNOHANG) == pid)
+            return status;
+    }
+    ::kill(pid, SIGKILL);
+    ::waitpid(pid, &status, 0);
+    return std::nullopt;
+}
+
+TEST(FakeTAVSystemUtilsTest, AChildMayGoOnWithItWhateverOtherThreadsDid)
+{
+    FakeTAVSystemUtils system;
+    system.onClose = [](int, int&) { return 0; };
+    int err = 0;
+    for (int entry = 0; entry < 1000; ++entry) // so that whoever reads them holds the lock for long
+        system.close(-1, err);
+    system.onCall = [](const std::string&) { std::this_thread::sleep_for(std::chrono::microseconds(200)); };
+    std::atomic<bool> isOver{false};
+    std::thread other(
+        [&]
+        {
+            while (!isOver)
+                static_cast<void>(system.calls());
+        });
+    std::optional<int> end = 0;
+    for (int run = 0; run < 50 && end == 0; ++run)
+    {
+        const pid_t pid = system.fork(err);
+        if (pid == 0)
+        {
+            system.close(-1, err);
+            ::_exit(system.hasFailed() ? 1 : 0);
+        }
+        end = endOf(pid);
+    }
+    isOver = true;
+    other.join();
+    EXPECT_EQ(end, 0);
 }
 
 } // namespace
