@@ -31,6 +31,9 @@ constexpr int kSignalBase = 128;
 become(const std::vector<std::string>& argv, const std::map<std::string, std::string>& environment, int terminalFd)
 {
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+    // As a terminal's programs begin, even if a shell has started the test in the background.
+    for (const int signal : {SIGINT, SIGQUIT, SIGHUP, SIGTERM, SIGTSTP, SIGTTIN, SIGTTOU})
+        static_cast<void>(std::signal(signal, SIG_DFL));
     const struct rlimit noCore = {0, 0};
     ::setrlimit(RLIMIT_CORE, &noCore); // of one that is ended by Ctrl-Backslash
     if (::login_tty(terminalFd) != 0)
