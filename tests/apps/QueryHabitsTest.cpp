@@ -60,6 +60,22 @@ TEST(QueryTextTest, RefusesServersThatWouldLeadElsewhere)
         EXPECT_THAT(programs::obstacleToServer(server), HasSubstr("port")) << server;
 }
 
+TEST(QueryTextTest, KnowsProxiesByAddressOrUrl)
+{
+    for (const char* proxy : {"localhost", "proxy:3128", "http://proxy:3128", "https://proxy/", "socks5h://[::1]:1080"})
+        EXPECT_EQ(programs::obstacleToProxy(proxy), "") << proxy;
+}
+
+TEST(QueryTextTest, RefusesProxiesThatCannotBe)
+{
+    for (const char* proxy : {"", "http://", ":3128"})
+        EXPECT_THAT(programs::obstacleToProxy(proxy), HasSubstr("host is missing")) << proxy;
+    for (const char* proxy : {"x y", "https://h:1/x", "http://me@h:1", "http://me:pw@h:1", "a://b://c"})
+        EXPECT_EQ(programs::obstacleToProxy(proxy), "not HOST:PORT or http://HOST:PORT, without user and path")
+            << proxy;
+    EXPECT_THAT(programs::obstacleToProxy("http://h:x"), HasSubstr("port"));
+}
+
 TEST(QueryTextTest, KnowsMethods)
 {
     for (const char* method : {"POST", "GET", "PUT", "M-SEARCH"})

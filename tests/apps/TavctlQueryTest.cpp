@@ -287,6 +287,8 @@ TEST_F(TavctlQueryTest, RefusesBadArgumentsBeforeAnyTraffic)
     EXPECT_THAT(query(six).err, HasSubstr("no more than five lines"));
     EXPECT_THAT(m_server.requests(), IsEmpty());
 }
+        {{"--server", server, "--ca", ca, "--proxy", ""}, "--proxy: the host is missing"},
+        {{"--server", server, "--ca", ca, "--proxy", "x y"}, "--proxy: not HOST:PORT or http://HOST:PORT"},
 
 TEST_F(TavctlQueryTest, FilesThatCannotBeReadAreFailures)
 {

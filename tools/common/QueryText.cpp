@@ -68,6 +68,19 @@ bool isHost(const std::string& host)
     return isAll(host, isHostCharacter) && isAlphanumeric(host.front());
 }
 
+/// @param form  what to say of an address that has another form
+std::string obstacleTo(const std::string& address, const char* form)
+{
+    const std::size_t end = address.empty() ? 0 : endOfHost(address);
+    if (end == 0)
+        return "the host is missing";
+    if (!isHost(address.substr(0, end)) || address.find_first_of("/@") != std::string::npos)
+        return form;
+    if (end < address.size() && (address[end] != ':' || !isPort(address.substr(end + 1))))
+        return "the port is not a number from 1 to 65535";
+    return "";
+}
+
 std::pair<std::string, std::string> splitLine(const std::string& line)
 {
     std::size_t end = line.find(':') + 1;
@@ -79,14 +92,16 @@ std::pair<std::string, std::string> splitLine(const std::string& line)
 
 std::string obstacleToServer(const std::string& server)
 {
-    const std::size_t end = server.empty() ? 0 : endOfHost(server);
-    if (end == 0)
-        return "the host is missing";
-    if (!isHost(server.substr(0, end)) || server.find('/') != std::string::npos)
-        return "not HOST or HOST:PORT, without https:// and path";
-    if (end < server.size() && (server[end] != ':' || !isPort(server.substr(end + 1))))
-        return "the port is not a number from 1 to 65535";
-    return "";
+    return obstacleTo(server, "not HOST or HOST:PORT, without https:// and path");
+}
+
+std::string obstacleToProxy(const std::string& proxy)
+{
+    const std::size_t scheme = proxy.find("://");
+    std::string address = scheme == std::string::npos ? proxy : proxy.substr(scheme + 3);
+    if (!address.empty() && address.back() == '/')
+        address.pop_back();
+    return obstacleTo(address, "not HOST:PORT or http://HOST:PORT, without user and path");
 }
 
 std::string obstacleToMethod(const std::string& method)

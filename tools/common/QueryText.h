@@ -13,6 +13,10 @@ namespace programs
 /// it stands, where a user name, a path or nothing at all would send the query to somebody else.
 std::string obstacleToServer(const std::string& server);
 
+/// Why a text is no address of a proxy: HOST, HOST:PORT, or one of these behind a scheme, as in "http://HOST:PORT/".
+/// Empty if it is one.
+std::string obstacleToProxy(const std::string& proxy);
+
 /// Why `method` is no name of an HTTP method that the client can use, or an empty text if it is.
 std::string obstacleToMethod(const std::string& method);
 

@@ -47,8 +47,6 @@ struct Options
     doctor::Questions questions;
     std::string color = "auto";
     bool isStrict = false;
-    bool hasServer = false;
-    bool hasProxy = false;
 };
 
 bool isTerminalForColours()
@@ -66,31 +64,8 @@ bool isColoured(const Options& options)
     return options.color == "always" || (options.color == "auto" && isTerminalForColours());
 }
 
-void refuse(const std::string& option, const std::string& value, const std::string& obstacle)
-{
-    if (!obstacle.empty())
-        throw UsageError("doctor: " + option + " \"" + value + "\": " + obstacle);
-}
-
-/// The host and the port in the address of a proxy.
-std::string hostOf(const std::string& proxy)
-{
-    const std::size_t scheme = proxy.find("://");
-    const std::string host = scheme == std::string::npos ? proxy : proxy.substr(scheme + 3);
-    return host.substr(0, host.size() - (!host.empty() && host.back() == '/' ? 1 : 0));
-}
-
-void check(const Options& options)
-{
-    if (options.hasServer)
-        refuse("--server", options.questions.server, programs::obstacleToServer(options.questions.server));
-    if (options.hasProxy)
-        refuse("--proxy", options.questions.proxy, programs::obstacleToServer(hostOf(options.questions.proxy)));
-}
-
 int examineAndTell(const Options& options, Context& context)
 {
-    check(options);
     doctor::SystemHost host(context);
     const bool coloured = isColoured(options);
     const auto show = [&context, coloured](const doctor::Entry& entry, bool isFirst)
@@ -114,10 +89,11 @@ void registerDoctor(CLI::App& app, Action& chosen)
     CLI::App* command = app.add_subcommand("doctor", "Tell whether each service can work on this host");
     CLI::Option* certificates =
         command->add_option("--ca", questions.caFile, "Look at this file of certificates (PEM) of whom to trust");
-    const CLI::Option* server =
-        command->add_option("--server", questions.server, "HOST or HOST:PORT: send it a query")->needs(certificates);
-    const CLI::Option* proxy =
-        command->add_option("--proxy", questions.proxy, "HOST:PORT or URL of a proxy: connect to it");
+    command->add_option("--server", questions.server, "HOST or HOST:PORT: send it a query")
+        ->check(programs::obstacleToServer)
+        ->needs(certificates);
+    command->add_option("--proxy", questions.proxy, "HOST:PORT or URL of a proxy: connect to it")
+        ->check(programs::obstacleToProxy);
     command->add_option("--timeout", questions.timeout, "Seconds for each attempt to reach somebody")
         ->check(CLI::Range(1, kLongestTimeout))
         ->capture_default_str();
@@ -126,13 +102,8 @@ void registerDoctor(CLI::App& app, Action& chosen)
         ->check(CLI::IsMember({"auto", "always", "never"}))
         ->capture_default_str();
     command->footer(kExplanation);
-    command->callback(
-        [options, server, proxy, &chosen]
-        {
-            options->hasServer = server->count() > 0;
-            options->hasProxy = proxy->count() > 0;
-            chosen = [options](Context& context) { return examineAndTell(*options, context); };
-        });
+    command->callback([options, &chosen]
+                      { chosen = [options](Context& context) { return examineAndTell(*options, context); }; });
 }
 
 } // namespace tavctl

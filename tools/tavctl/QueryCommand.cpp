@@ -215,7 +215,8 @@ void addKerberos(CLI::App& command, programs::KrbAccount& account, CLI::Option* 
 
 void addProxy(CLI::App& command, Options& options)
 {
-    CLI::Option* proxy = command.add_option("--proxy", options.proxy, "HOST:PORT or URL of a proxy; none if missing");
+    CLI::Option* proxy = command.add_option("--proxy", options.proxy, "HOST:PORT or URL of a proxy; none if missing")
+                             ->check(programs::obstacleToProxy);
     CLI::Option* user = command.add_option("--proxy-user", options.proxyUser, "Name for the proxy")->needs(proxy);
     command.add_flag("--tunnel", options.useTunnel, "Ask the proxy for a tunnel (https gets one anyway)")->needs(proxy);
     CLI::Option_group* password = command.add_option_group("Password", "Where the password for the proxy comes from");

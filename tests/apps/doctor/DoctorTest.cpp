@@ -186,6 +186,7 @@ TEST_F(DoctorTest, AnswersBadArgumentsWithCodeTwo)
                                            {{"--server", "", "--ca", "x"}, "the host is missing"},
                                            {{"--proxy", ""}, "the host is missing"},
                                            {{"--proxy", "http://"}, "the host is missing"},
+                                           {{"--proxy", "https://h:1/x"}, "without user and path"},
                                            {{"--color", "sometimes"}, "--color"},
                                            {{"--timeout", "0"}, "--timeout"},
                                            {{"surplus"}, "surplus"}})
