@@ -116,6 +116,31 @@ TEST_F(TavctlTest, MimeGivesJson)
                           m_place.file("missing") + R"(", "error": "No such file or directory"}])"));
 }
 
+TEST_F(TavctlTest, JsonTellsNamesApartThatAreNotUtf8)
+{
+    for (const char* command : {"mime", "checksum"})
+    {
+        ProgramRun run;
+        run.directory = m_place.path();
+        run.argv = {TAVCTL, "--json", command, "a\xff", "a\xfe"};
+        const json list = json::parse(run.run().out);
+        EXPECT_EQ(list.at(0).at("file_base64"), "Yf8=") << command;
+        EXPECT_EQ(list.at(1).at("file_base64"), "Yf4=") << command;
+        EXPECT_FALSE(list.at(0).contains("file")) << command;
+    }
+    EXPECT_EQ(json::parse(tavctl({"--json", "base64", "encode", m_place.write("\xff", "")}).out).count("input"), 0U);
+}
+
+TEST_F(TavctlTest, JsonTellsCommandsApartThatAreNotUtf8)
+{
+    for (const char* command : {"run", "capture"})
+    {
+        const json result = json::parse(tavctl({"--json", command, "--", "/bin/echo", "\xff"}).out);
+        EXPECT_EQ(result.at("command_base64"), json::parse(R"(["L2Jpbi9lY2hv", "/w=="])")) << command;
+        EXPECT_FALSE(result.contains("command")) << command;
+    }
+}
+
 TEST_F(TavctlTest, ChecksumOfAFile)
 {
     const std::string file = m_place.write("abc", "abc");
@@ -349,6 +374,18 @@ TEST_F(TavctlArchiveTest, TakesNamesLiterally)
     EXPECT_EQ(run.run().exitCode, 0);
     EXPECT_EQ(readFile(m_place.file("out/@list")), "the list");
     EXPECT_EQ(readFile(m_place.file("out/-x")), "the switch");
+}
+
+TEST_F(TavctlArchiveTest, ShowsNamesThatCannotSteerATerminal)
+{
+    const std::string archive = m_place.file("a\x1b\xff.7z");
+    const ProgramResult created = tavctl({"archive", "create", archive, m_place.write("f", "x")});
+    EXPECT_EQ(created.out, "created " + m_place.file("a\\x1b\\xff.7z") + " from 1 file(s)\n");
+    const ProgramResult extracted = tavctl({"archive", "extract", "--to", m_place.file("o\x1b"), archive});
+    EXPECT_THAT(extracted.out, HasSubstr(" into " + m_place.file("o\\x1b\n")));
+    const json result = json::parse(tavctl({"--json", "archive", "extract", "--to", m_place.path(), archive}).out);
+    EXPECT_EQ(result.count("archive_base64"), 1U) << result;
+    EXPECT_EQ(result.at("directory"), m_place.path());
 }
 
 TEST_F(TavctlArchiveTest, AMissingFileKeepsTheOthersInPlace)

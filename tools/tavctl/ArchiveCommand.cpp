@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "common/Password.h"
+#include "common/Text.h"
 #include "tav/QelArchiveUtils.h"
 #include "tavctl/Commands.h"
 #include "tavctl/Input.h"
@@ -100,8 +101,11 @@ int create(const Options& options, Context& context)
         if (fs::exists(fs::symlink_status(file)))
             throw Failure(file + ": stored, but could not be deleted");
     }
-    context.console.show("created " + archive + " from " + std::to_string(files.size()) + " file(s)\n",
-                         {{"archive", archive}, {"files", files}, {"encrypted", !password.empty()}});
+    nlohmann::json result{{"encrypted", !password.empty()}};
+    addBytes(result, "archive", archive);
+    addBytes(result, "files", files);
+    context.console.show(
+        "created " + programs::printable(archive) + " from " + std::to_string(files.size()) + " file(s)\n", result);
     return kSuccess;
 }
 
@@ -118,8 +122,11 @@ int extract(const Options& options, Context& context)
     if (!archives.extractArchive(archive, directory, password))
         throw Failure(options.archive +
                       ": the archive tool failed: wrong password, damaged archive, or no room in the directory");
-    context.console.show("extracted " + archive + " into " + directory + "\n",
-                         {{"archive", archive}, {"directory", directory}});
+    nlohmann::json result;
+    addBytes(result, "archive", archive);
+    addBytes(result, "directory", directory);
+    context.console.show("extracted " + programs::printable(archive) + " into " + programs::printable(directory) + "\n",
+                         result);
     return kSuccess;
 }
 

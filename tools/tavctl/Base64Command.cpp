@@ -49,14 +49,17 @@ int encode(const std::string& file, Context& context)
 {
     const std::string bytes = readInput(file);
     const std::string text = encoded(bytes);
-    context.console.show(text + "\n", {{"input", inputName(file)}, {"bytes", bytes.size()}, {"base64", text}});
+    nlohmann::json result{{"bytes", bytes.size()}, {"base64", text}};
+    addBytes(result, "input", inputName(file));
+    context.console.show(text + "\n", result);
     return kSuccess;
 }
 
 int decode(const std::string& file, Context& context)
 {
     const std::string bytes = decoded(withoutBlanks(readInput(file)));
-    nlohmann::json result{{"input", inputName(file)}, {"bytes", bytes.size()}};
+    nlohmann::json result{{"bytes", bytes.size()}};
+    addBytes(result, "input", inputName(file));
     addBytes(result, "data", bytes);
     context.console.show(bytes, result);
     return kSuccess;

@@ -23,7 +23,8 @@ int captureAndTell(const std::vector<std::string>& argv, Context& context)
 {
     requireRunnable(argv.front());
     const Captured captured = captureOutput(*makeUtils(context), argv);
-    nlohmann::json result{{"command", argv}, {"success", captured.isSuccess}};
+    nlohmann::json result{{"success", captured.isSuccess}};
+    addBytes(result, "command", argv);
     addBytes(result, "output", captured.output);
     context.console.show(captured.output, result);
     if (!captured.isSuccess)

@@ -1,5 +1,6 @@
 #include "tavctl/Console.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -9,6 +10,17 @@
 
 namespace tavctl
 {
+namespace
+{
+
+std::string base64Of(const std::string& bytes)
+{
+    std::string text;
+    TAV::QelSSLUtils().encodeBase64(bytes, text);
+    return text;
+}
+
+} // namespace
 
 void Console::show(const std::string& text, const nlohmann::json& json)
 {
@@ -40,18 +52,28 @@ bool Console::flush()
 void addBytes(nlohmann::json& object, const std::string& name, const std::string& bytes)
 {
     if (programs::isUtf8(bytes))
-    {
         object[name] = bytes;
+    else
+        object[name + "_base64"] = base64Of(bytes);
+}
+
+void addBytes(nlohmann::json& object, const std::string& name, const std::vector<std::string>& list)
+{
+    if (std::all_of(list.begin(), list.end(), programs::isUtf8))
+    {
+        object[name] = list;
         return;
     }
-    std::string encoded;
-    TAV::QelSSLUtils().encodeBase64(bytes, encoded);
-    object[name + "_base64"] = encoded;
+    nlohmann::json& encoded = object[name + "_base64"];
+    for (const std::string& bytes : list)
+        encoded.push_back(base64Of(bytes));
 }
 
 nlohmann::json fileEntry(const std::string& path)
 {
-    return nlohmann::json{{"file", path}};
+    nlohmann::json entry;
+    addBytes(entry, "file", path);
+    return entry;
 }
 
 } // namespace tavctl

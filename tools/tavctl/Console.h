@@ -3,6 +3,7 @@
 #include <nlohmann/json.hpp>
 
 #include <string>
+#include <vector>
 
 namespace tavctl
 {
@@ -34,8 +35,11 @@ private:
 /// Adds bytes to a JSON object under `name`: as text, or in base64 under `name` + "_base64" if they are not UTF-8.
 void addBytes(nlohmann::json& object, const std::string& name, const std::string& bytes);
 
-/// A file name as JSON text; bytes that are not UTF-8 become U+FFFD when it is printed.
-/// @return {"file": path}
+/// The same for a list: all of it in base64 if one of the texts is not UTF-8.
+void addBytes(nlohmann::json& object, const std::string& name, const std::vector<std::string>& list);
+
+/// A file name as JSON.
+/// @return {"file": path}, or {"file_base64": ...}
 nlohmann::json fileEntry(const std::string& path);
 
 } // namespace tavctl

@@ -30,7 +30,9 @@ int printHmac(const Options& options, Context& context)
     std::string text;
     if (!TAV::QelSSLUtils().getHmacSha1(readInput(options.file), key, text))
         throw Failure("the HMAC cannot be computed");
-    context.console.show(text + "\n", {{"input", inputName(options.file)}, {"hmac_sha1_base64", text}});
+    nlohmann::json result{{"hmac_sha1_base64", text}};
+    addBytes(result, "input", inputName(options.file));
+    context.console.show(text + "\n", result);
     return kSuccess;
 }
 

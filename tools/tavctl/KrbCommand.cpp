@@ -9,6 +9,7 @@
 
 #include "common/Keytab.h"
 #include "common/KrbTicket.h"
+#include "common/Text.h"
 #include "tavctl/ChildProgram.h"
 #include "tavctl/Commands.h"
 #include "tavctl/KrbReport.h"
@@ -120,10 +121,9 @@ int renew(const Options& options, Context& context)
 {
     auto ticket = std::make_unique<programs::KrbTicket>(context.logger, accountOf(options));
     const programs::KrbRenewal renewal = ticket->renew();
-    nlohmann::json json{{"principal", ticket->principal()},
-                        {"success", renewal.isRenewed},
-                        {"cache", options.account.cache},
-                        {"log", jsonOf(renewal.lines)}};
+    nlohmann::json json{{"success", renewal.isRenewed}, {"log", jsonOf(renewal.lines)}};
+    addBytes(json, "principal", ticket->principal());
+    addBytes(json, "cache", options.account.cache);
     if (!renewal.isRenewed)
     {
         json["failure"] = jsonOf(renewal.failure);
@@ -137,7 +137,7 @@ int renew(const Options& options, Context& context)
         endKeeping(std::move(ticket));
     addKeytab(json, keytab, options.show);
     json["kept"] = !options.remove;
-    context.console.show("ticket   the KDC gave one to " + options.account.principal + "\n" +
+    context.console.show("ticket   the KDC gave one to " + programs::printable(options.account.principal) + "\n" +
                              textOf(keytab, options.show, options.remove ? "; removed again" : ""),
                          json);
     return kSuccess;

@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "common/Text.h"
+#include "tavctl/Console.h"
 
 namespace tavctl
 {
@@ -42,17 +43,19 @@ std::string textOf(const programs::Keytab& keytab, bool withEntries, const std::
 
 void addKeytab(nlohmann::json& object, const programs::Keytab& keytab, bool withEntries)
 {
-    object["keytab"] = keytab.path;
+    addBytes(object, "keytab", keytab.path);
     object["mode"] = octal(keytab.mode);
     object["size"] = keytab.size;
     if (!withEntries)
         return;
     nlohmann::json entries = nlohmann::json::array();
     for (const programs::KeytabEntry& entry : keytab.entries)
-        entries.push_back({{"principal", entry.principal},
-                           {"version", entry.version},
-                           {"encryption_type", entry.typeName},
-                           {"time", timeText(entry.time)}});
+    {
+        nlohmann::json json{
+            {"version", entry.version}, {"encryption_type", entry.typeName}, {"time", timeText(entry.time)}};
+        addBytes(json, "principal", entry.principal);
+        entries.push_back(std::move(json));
+    }
     object["entries"] = std::move(entries);
 }
 

@@ -122,7 +122,7 @@ nlohmann::json jsonOf(const QueryReport& report, const std::string& output)
     if (output.empty())
         addBytes(json, "body", report.body);
     else
-        json["output"] = output;
+        addBytes(json, "output", output);
     if (!report.answered.empty())
         json["times"] = timesJson(report.answered);
     if (!report.isSuccess())

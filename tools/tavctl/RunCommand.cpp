@@ -92,7 +92,8 @@ int runAndTell(const Options& options, Context& context)
     const std::string& program = options.argv.front();
     requireRunnable(program);
     const bool ok = runProgram(options, context);
-    nlohmann::json result{{"command", options.argv}, {"success", ok}};
+    nlohmann::json result{{"success", ok}};
+    addBytes(result, "command", options.argv);
     context.console.show(ok ? "success\n" : "", result);
     if (!ok)
         context.console.error(program + " did not start, or did not end with status 0");
