@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <filesystem>
 
@@ -15,6 +16,7 @@ using ::testing::AllOf;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Not;
+using ::testing::StartsWith;
 
 namespace fs = std::filesystem;
 
@@ -40,25 +42,37 @@ TEST_F(TavctlTest, TellsItsVersion)
     EXPECT_EQ(result.out, "tavctl " TAV_VERSION "\n");
 }
 
-TEST_F(TavctlTest, HelpsWithExamplesForEachSubcommand)
+TEST_F(TavctlTest, HelpsEachSubcommandWithExamplesOfItsOwnAndEveryOption)
 {
-    for (const std::vector<std::string>& arguments : std::vector<std::vector<std::string>>{{},
-                                                                                           {"mime"},
+    for (const std::vector<std::string>& arguments : std::vector<std::vector<std::string>>{{"mime"},
                                                                                            {"checksum"},
                                                                                            {"hmac"},
                                                                                            {"base64"},
+                                                                                           {"base64", "encode"},
                                                                                            {"run"},
                                                                                            {"capture"},
+                                                                                           {"cpu-limit"},
                                                                                            {"query"},
+                                                                                           {"krb"},
+                                                                                           {"krb", "renew"},
+                                                                                           {"krb", "run"},
+                                                                                           {"krb", "show"},
+                                                                                           {"doctor"},
                                                                                            {"archive"},
-                                                                                           {"archive", "create"}})
+                                                                                           {"archive", "create"},
+                                                                                           {"archive", "extract"}})
     {
         std::vector<std::string> all = arguments;
         all.emplace_back("--help");
         const ProgramResult result = tavctl(all);
         EXPECT_EQ(result.exitCode, 0);
-        EXPECT_THAT(result.out, HasSubstr("Examples:\n  ")) << ::testing::PrintToString(arguments);
+        EXPECT_THAT(result.out,
+                    AllOf(HasSubstr("Examples:\n  tavctl " + arguments.front()),
+                          HasSubstr("\n  --json "),
+                          HasSubstr("\n  --verbose ")))
+            << ::testing::PrintToString(arguments);
     }
+    EXPECT_THAT(tavctl({"--help"}).out, HasSubstr("Examples:\n  tavctl mime "));
 }
 
 TEST_F(TavctlTest, AnswersBadArgumentsWithCodeTwoAndAReason)
@@ -70,16 +84,21 @@ TEST_F(TavctlTest, AnswersBadArgumentsWithCodeTwoAndAReason)
     };
     const std::vector<Case> cases{
         {{}, "subcommand is required"},
-        {{"nonsense"}, "nonsense: no such subcommand"},
+        {{"nonsense"}, "tavctl: nonsense: no such subcommand (see tavctl --help)\n"},
+        {{""}, "\"\": no such subcommand"},
+        {{"base64", "nonsense"}, "tavctl: nonsense: no such subcommand (see tavctl base64 --help)\n"},
+        {{"--nonsense"}, "tavctl: --nonsense: no such option (see tavctl --help)\n"},
         {{"--nonsense", "mime", "/etc/passwd"}, "--nonsense"},
-        {{"mime"}, "FILE"},
+        {{"mime"}, "tavctl: FILE is required (see tavctl mime --help)\n"},
+        {{"mime", "--nonsense", "/etc/passwd"}, "--nonsense"},
         {{"checksum"}, "name a file, or give --data"},
         {{"hmac"}, "--key-file"},
         {{"hmac", "--key-file", "a", "--key-env", "b"}, "--key-file"},
         {{"base64"}, "subcommand is required"},
         {{"run"}, "PROGRAM"},
-        {{"run", "--keep", "x", "--", "/bin/true"}, "--keep"},
-        {{"run", "--keep", "-1", "--", "/bin/true"}, "--keep"},
+        {{"run", "--keep", "x", "--", "/bin/true"}, "--keep: Value x not in range 0 to 2147483647 (see tavctl run"},
+        {{"run", "--keep", "-1", "--", "/bin/true"}, "--keep: Value -1 not in range 0 to 2147483647"},
+        {{"run", "--keep", "99999999999", "--", "/bin/true"}, "--keep: Value 99999999999 not in range 0 to 2147483647"},
         {{"run", "--keep", "2", "--", "/bin/true"}, "descriptor 2 cannot be kept"},
         {{"run", "--keep", "99", "--", "/bin/true"}, "descriptor 99 is not open"},
         {{"capture"}, "PROGRAM"},
@@ -94,6 +113,8 @@ TEST_F(TavctlTest, AnswersBadArgumentsWithCodeTwoAndAReason)
         const ProgramResult result = tavctl(c.arguments);
         EXPECT_EQ(result.exitCode, 2) << ::testing::PrintToString(c.arguments);
         EXPECT_THAT(result.err, HasSubstr(c.reason)) << ::testing::PrintToString(c.arguments);
+        EXPECT_THAT(result.err, StartsWith("tavctl: "));
+        EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
         EXPECT_THAT(result.out, IsEmpty()) << ::testing::PrintToString(c.arguments);
     }
 }
@@ -105,6 +126,7 @@ TEST_F(TavctlTest, MimeTellsTypesAndFailuresApart)
     EXPECT_EQ(result.exitCode, 1);
     EXPECT_EQ(result.out, text + ": text/plain\n");
     EXPECT_THAT(result.err, AllOf(HasSubstr("missing: No such file or directory"), HasSubstr(": is a directory")));
+    EXPECT_EQ(tavctl({"mime", ""}).err, "tavctl: \"\": No such file or directory\n");
 }
 
 TEST_F(TavctlTest, MimeGivesJson)
@@ -138,6 +160,28 @@ TEST_F(TavctlTest, JsonTellsCommandsApartThatAreNotUtf8)
         const json result = json::parse(tavctl({"--json", command, "--", "/bin/echo", "\xff"}).out);
         EXPECT_EQ(result.at("command_base64"), json::parse(R"(["L2Jpbi9lY2hv", "/w=="])")) << command;
         EXPECT_FALSE(result.contains("command")) << command;
+    }
+}
+
+TEST_F(TavctlTest, JsonTellsAFailureThatLeavesNoResult)
+{
+    struct Case
+    {
+        std::vector<std::string> arguments;
+        std::string reason;
+    };
+    const std::string missing = ": No such file or directory";
+    for (const Case& c : {Case{{"run", "--", "/nonexist"}, "/nonexist" + missing},
+                          Case{{"capture", "--", "/nonexist"}, "/nonexist" + missing},
+                          Case{{"base64", "encode", "/none\xff\xfe"}, "/none\\xff\\xfe" + missing}})
+    {
+        std::vector<std::string> arguments = c.arguments;
+        arguments.insert(arguments.begin(), "--json");
+        const ProgramResult result = tavctl(arguments);
+        EXPECT_EQ(result.exitCode, 1);
+        EXPECT_EQ(json::parse(result.out), (json{{"success", false}, {"error", c.reason}}));
+        EXPECT_EQ(result.err, "tavctl: " + c.reason + "\n");
+        EXPECT_THAT(tavctl(c.arguments).out, IsEmpty());
     }
 }
 
@@ -321,12 +365,19 @@ TEST_F(TavctlTest, CaptureGivesJsonAlsoOfAFailure)
 
 TEST_F(TavctlTest, TellsWhenItsOutputIsLost)
 {
-    ProgramRun run;
-    run.argv = {TAVCTL, "checksum", "--data", "abc"};
-    run.outputFile = "/dev/full";
-    const ProgramResult result = run.run();
-    EXPECT_EQ(result.exitCode, 1);
-    EXPECT_THAT(result.err, HasSubstr("cannot write the output"));
+    for (const char* redirection : {">/dev/full", ">&-", "<&- >&-"})
+        for (const char* arguments : {"checksum --data abc", "--help", "mime --help", "--version"})
+        {
+            const std::string script = std::string(TAVCTL " ") + arguments + " " + redirection;
+            const ProgramResult result = runProgram({"/bin/sh", "-c", script});
+            EXPECT_EQ(result.exitCode, 1) << script;
+            EXPECT_THAT(result.err, StartsWith("tavctl: cannot write the output: ")) << script;
+        }
+}
+
+TEST_F(TavctlTest, NeedsNoOutputWhereNothingIsWritten)
+{
+    EXPECT_EQ(runProgram({"/bin/sh", "-c", "printf '' | " TAVCTL " base64 decode >&-"}).exitCode, 0);
 }
 
 TEST_F(TavctlTest, VerbosePrintsTheLibrarysLines)

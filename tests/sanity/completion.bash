@@ -27,6 +27,8 @@ offers "encode" base64 e
 offers "--password-file --password-env --password-prompt" archive create --pass
 offers "--percent" cpu-limit --pe
 offers "--status" --json cpu-limit --st
+offers "--json" mime --j
+offers "--verbose" krb renew --ver
 offers "" run -- --ke
 offers "" mime ""
 exit $((failures != 0))

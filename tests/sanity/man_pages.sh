@@ -22,6 +22,7 @@ check() {
   fi
   grep -q '^\.SH "SYNOPSIS"' "$page"
   grep -q '^\.SH "OPTIONS"' "$page"
+  grep -q '^\.SH "EXAMPLES"' "$page"
   for subcommand in $("$@" --help | sed -nE '/^Subcommands:/,/^$/s/^  ([a-z][a-z0-9-]*) .*/\1/p'); do
     (check "$@" "$subcommand")
   done

@@ -2,11 +2,12 @@
 
 #include <array>
 #include <exception>
-#include <iostream>
+#include <sstream>
 
 #include "common/Text.h"
 #include "tav/FMXException.h"
 #include "tavctl/Commands.h"
+#include "tavctl/Input.h"
 #include "tavctl/StderrLogger.h"
 
 namespace tavctl
@@ -45,14 +46,67 @@ struct Globals
     bool verbose = false;
 };
 
-void describe(CLI::App& app, Globals& globals)
+/// Adds the flags that may stand behind the program's name and behind that of each subcommand.
+void addGlobals(CLI::App& app, Globals& globals)
 {
-    app.set_version_flag("--version", "tavctl " TAVCTL_VERSION);
     app.add_flag("--json", globals.json, "Print JSON instead of plain text");
     app.add_flag("--verbose", globals.verbose, "Print the library's log lines on standard error, passwords masked");
+    const auto isCommand = [](const CLI::App* part) { return !part->get_name().empty(); }; // and no group of options
+    for (CLI::App* command : app.get_subcommands(isCommand))
+        addGlobals(*command, globals);
+}
+
+void describe(CLI::App& app, Globals& globals, Action& chosen)
+{
+    app.set_version_flag("--version", "tavctl " TAVCTL_VERSION);
     app.footer(kFooter);
     app.require_subcommand(1);
-    app.fallthrough(); // the flags above may stand behind the subcommand, too
+    for (const Registration add : kSubcommands)
+        add(app, chosen);
+    addGlobals(app, globals);
+}
+
+std::string complaintOf(const CLI::App& app, const CLI::ParseError& error)
+{
+    const CLI::App* command = &app;
+    std::string name = "tavctl";
+    while (!command->get_subcommands().empty())
+    {
+        command = command->get_subcommands().front();
+        name += " " + command->get_name();
+    }
+    std::string complaint = error.what();
+    const std::vector<std::string> unknown = command->remaining();
+    if (error.get_name() == "RequiredError" && command->get_require_subcommand_min() > 0 && !unknown.empty())
+    {
+        const bool isOption = unknown.front().rfind('-', 0) == 0;
+        complaint = about(unknown.front(), isOption ? "no such option" : "no such subcommand");
+    }
+    return complaint + " (see " + name + " --help)";
+}
+
+/// Prints what the parser has to say: help, version, or a complaint.
+int answer(const CLI::App& app, const CLI::ParseError& error)
+{
+    Console console(false);
+    if (error.get_exit_code() != 0)
+    {
+        console.error(complaintOf(app, error));
+        return kUsage;
+    }
+    std::ostringstream text;
+    app.exit(error, text);
+    console.write(text.str());
+    return console.flush() ? kSuccess : kFailure;
+}
+
+/// Tells a failure that left no result.
+int fail(Context& context, const std::string& reason)
+{
+    context.console.show("", {{"success", false}, {"error", programs::printable(reason)}});
+    context.console.flush();
+    context.console.error(reason);
+    return kFailure;
 }
 
 /// Runs the work and turns whatever goes wrong into a line on standard error and an exit code.
@@ -70,25 +124,12 @@ int perform(const Action& action, Context& context)
     }
     catch (const TAV::FMXException& error)
     {
-        context.console.error(error.message);
+        return fail(context, error.message);
     }
     catch (const std::exception& error)
     {
-        context.console.error(error.what());
+        return fail(context, error.what());
     }
-    return kFailure;
-}
-
-/// Prints what the parser has to say: help, version, or a complaint.
-int refuse(const CLI::App& app, const CLI::ParseError& error)
-{
-    const std::vector<std::string> unknown = app.remaining();
-    if (error.get_name() == "RequiredError" && app.get_subcommands().empty() && !unknown.empty())
-    {
-        std::cerr << "tavctl: " << programs::printable(unknown.front()) << ": no such subcommand (see tavctl --help)\n";
-        return kUsage;
-    }
-    return app.exit(error) == 0 ? kSuccess : kUsage;
 }
 
 } // namespace
@@ -98,16 +139,14 @@ int run(int argc, const char* const* argv)
     CLI::App app(kAbout, "tavctl");
     Globals globals;
     Action chosen;
-    describe(app, globals);
-    for (const Registration add : kSubcommands)
-        add(app, chosen);
+    describe(app, globals, chosen);
     try
     {
         app.parse(argc, argv);
     }
     catch (const CLI::ParseError& error)
     {
-        return refuse(app, error);
+        return answer(app, error);
     }
     Console console(globals.json);
     StderrLogger lines(globals.verbose);

@@ -77,7 +77,7 @@ int printChecksums(const Options& options, Context& context)
         addFile(file, text, entry);
         if (entry.contains("error"))
         {
-            context.console.error(file + ": " + entry["error"].get<std::string>());
+            context.console.error(about(file, entry["error"].get<std::string>()));
             code = kFailure;
         }
         list.push_back(std::move(entry));

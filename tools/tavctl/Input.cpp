@@ -40,7 +40,7 @@ std::string readToEnd(int fd, const std::string& name)
 
 std::string about(const std::string& path, const std::string& what)
 {
-    return path + ": " + what;
+    return (path.empty() ? "\"\"" : path) + ": " + what;
 }
 
 std::string inputName(const std::string& path)

@@ -19,6 +19,14 @@ namespace tavctl
 namespace
 {
 
+constexpr const char* kExamples = "Keytab and ticket last as long as a program runs, or stay for other programs.\n"
+                                  "\n"
+                                  "Examples:\n"
+                                  "  tavctl krb run --principal me@EXAMPLE.COM -- bash\n"
+                                  "  tavctl krb renew --principal me@EXAMPLE.COM --keytab ./k --cache ./c\n"
+                                  "  tavctl krb show --keytab ./k\n"
+                                  "  tavctl krb SUBCOMMAND --help   more about each one";
+
 constexpr const char* kPasswordNote =
     "The password comes from --password-file, or from the terminal without it; never from the command line, where\n"
     "every user of the machine could read it. The Kerberos library is configured as ever: by /etc/krb5.conf, or by "
@@ -44,7 +52,8 @@ constexpr const char* kRunNote =
     "environment, and removes both files when it has ended, or when SIGTERM or SIGHUP ended it: these are handed on.\n"
     "The program gets this one's input and output. Without --keytab and --cache the files are in a private directory\n"
     "below TMPDIR. The exit code is the program's, or 128 + the signal that ended it; 127 or 126 if it cannot be\n"
-    "started; 1 if there is no ticket, and then it is not started.\n"
+    "started; 1 if there is no ticket, and then it is not started. As the output is the program's, --json is "
+    "refused.\n"
     "\n";
 
 constexpr const char* kRunExamples =
@@ -56,7 +65,7 @@ constexpr const char* kRunExamples =
 
 constexpr const char* kShowNote = "Lists whose keys are in a keytab, not the keys.\n"
                                   "\n"
-                                  "Example:\n"
+                                  "Examples:\n"
                                   "  tavctl krb show --keytab /run/mydaemon/client.keytab";
 
 struct Options
@@ -201,6 +210,7 @@ void registerKrb(CLI::App& app, Action& chosen)
     auto options = std::make_shared<Options>();
     CLI::App* command = app.add_subcommand("krb", "Get a Kerberos ticket and a keytab from an account's password");
     command->require_subcommand(1);
+    command->footer(kExamples);
 
     CLI::App* renewal = command->add_subcommand("renew", "Make a keytab, and see whether the KDC takes it");
     addAccount(*renewal, options->account, true);

@@ -3,6 +3,7 @@
 #include "common/KernelVersion.h"
 #include "tav/TAVSystemUtils.h"
 #include "tav/TAVUtils.h"
+#include "tavctl/Input.h"
 
 namespace tavctl
 {
@@ -21,7 +22,7 @@ void requireRunnable(const std::string& program)
     if (obstacle.empty())
         return;
     const bool isBareName = program.find('/') == std::string::npos;
-    throw Failure(program + ": " + obstacle + (isBareName ? " (give the whole path; PATH is not searched)" : ""));
+    throw Failure(about(program, obstacle) + (isBareName ? " (give the whole path; PATH is not searched)" : ""));
 }
 
 } // namespace tavctl

@@ -2,6 +2,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <limits>
 #include <map>
 #include <memory>
 #include <vector>
@@ -108,7 +109,7 @@ void registerRun(CLI::App& app, Action& chosen)
     CLI::App* command = app.add_subcommand("run", "Run a program and tell whether it succeeded");
     command->add_option("--keep", options->keep, "A descriptor that stays open in the program (may be repeated)")
         ->allow_extra_args(false)
-        ->check(CLI::NonNegativeNumber);
+        ->check(CLI::Range(0, std::numeric_limits<int>::max(), "NONNEGATIVE"));
     command->add_option("PROGRAM", options->argv, "The program's path and its arguments, behind --")->required();
     command->footer(kExamples);
     command->callback([options, &chosen]
