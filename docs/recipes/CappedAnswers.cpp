@@ -30,7 +30,7 @@ private:
     static std::size_t append(char* data, std::size_t size, std::size_t count, std::string* response) noexcept
     try
     {
-        if (size * count > kLongest - response->size())
+        if (response->size() > kLongest || size * count > kLongest - response->size())
             return 0; // fewer than there are: libcurl ends the transfer
         return writeCallback(data, size, count, response);
     }
@@ -43,8 +43,9 @@ private:
 
 using namespace TAV::test;
 
-/// How long the answer is that arrives when a server sends so many bytes.
-std::size_t lengthOfAnswer(const std::shared_ptr<TAV::ICurlAPIUtility>& api, std::size_t sent)
+/// How long the response is when a server has sent so many bytes behind what it held.
+std::size_t
+lengthOfAnswer(const std::shared_ptr<TAV::ICurlAPIUtility>& api, std::size_t sent, std::string response = "")
 {
     RawTlsServer server({afterRequest({send(answer(std::string(sent, 'x')))})});
     RecordingLogger logger;
@@ -53,7 +54,6 @@ std::size_t lengthOfAnswer(const std::shared_ptr<TAV::ICurlAPIUtility>& api, std
     client.initSession(1);
     TAV::TAVHTTPHeader header;
     TAV::LumoStats stats;
-    std::string response;
     client.sendNetworkRequest(header, "a question", response, 1, stats);
     return response.size();
 }
@@ -68,6 +68,21 @@ TEST(CappedAnswersTest, EndAtTheLimit)
 TEST(CappedAnswersTest, AreWholeUpToTheLimit)
 {
     EXPECT_EQ(lengthOfAnswer(std::make_shared<CappedAnswers>(), CappedAnswers::kLongest), CappedAnswers::kLongest);
+}
+
+TEST(CappedAnswersTest, LeaveAResponseAloneThatIsTooLongAlready)
+{
+    const std::string held(kTooLong, 'h');
+
+    EXPECT_EQ(lengthOfAnswer(std::make_shared<CappedAnswers>(), 1, held), kTooLong);
+}
+
+TEST(CappedAnswersTest, CountWhatTheResponseHeldBefore)
+{
+    const std::string held(CappedAnswers::kLongest - 1, 'h');
+
+    EXPECT_EQ(lengthOfAnswer(std::make_shared<CappedAnswers>(), 1, held), CappedAnswers::kLongest);
+    EXPECT_EQ(lengthOfAnswer(std::make_shared<CappedAnswers>(), 2, held), CappedAnswers::kLongest - 1);
 }
 
 TEST(CappedAnswersTest, AreNeededBecauseAnAnswerGrowsWithoutLimit)

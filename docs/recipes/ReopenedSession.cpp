@@ -15,7 +15,8 @@ namespace
 {
 
 //! [reopened session]
-/// Sends a query; if it ends with an exception, the session is closed and opened anew.
+/// Sends a query; if it ends with an exception, the session is closed and opened anew. No other thread may use the
+/// client meanwhile.
 bool ask(TAV::ICurlWrapper& client, unsigned long session, const std::string& question, std::string& response)
 try
 {

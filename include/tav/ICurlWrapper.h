@@ -11,17 +11,24 @@ namespace TAV
 /// How the queries of a client are made.
 struct TAVQueryConfig
 {
-    std::string requestType;    ///< HTTP method; an empty one gives a request line without a method
-    std::string caCertPath;     ///< file of CA certificates (PEM); an empty path makes every verification fail
+    std::string requestType; ///< HTTP method; an empty one gives a request line without a method
+    /// File of CA certificates (PEM); an empty path makes every verification fail. They are trusted beside those in the
+    /// directory that libcurl was built with, so any CA of the machine will do, too. A call layer whose `curlEasyInit`
+    /// sets CURLOPT_CAPATH to null makes the file the only one that counts.
+    std::string caCertPath;
     long sslVerifyHost = 2;     ///< 2: the certificate must name the host; 0: any name (CURLOPT_SSL_VERIFYHOST(3))
-    long sslVerifyPeer = 1;     ///< 1: the certificate must be signed by a known CA; 0: anything goes
+    long sslVerifyPeer = 1;     ///< 1: a CA of the file or of the machine must have signed it; 0: anything goes
     long sslSessionIdCache = 1; ///< 1: a later connection of a session resumes its TLS session; 0: never
     long timeout = 0;           ///< seconds for a whole transfer; 0: no limit
     std::string serverHost; ///< HOST or HOST:PORT; the URL is https://HOST:PORT/1. Not checked: never leave it empty.
     std::int32_t auxValue = 0; ///< the caller's; not read
-    std::string proxyAddress;  ///< HOST:PORT or URL (CURLOPT_PROXY(3)); empty: no proxy, whatever the environment says
-    std::string proxyCredentials; ///< USER:PASSWORD for the proxy (CURLOPT_PROXYUSERPWD(3))
-    long proxyTunnel = 0;         ///< 1: tunnel through the proxy; an https URL is tunnelled anyway
+    /// HOST:PORT or URL of a proxy (CURLOPT_PROXY(3)). Empty: none, whatever the environment says. One that is given is
+    /// left out for the hosts in `no_proxy` of the environment.
+    std::string proxyAddress;
+    /// USER:PASSWORD for the proxy (CURLOPT_PROXYUSERPWD(3)). libcurl decodes it like a URL: write "%25" for each "%".
+    /// A name and password in `proxyAddress` win over these.
+    std::string proxyCredentials;
+    long proxyTunnel = 0; ///< 1: tunnel through the proxy; an https URL is tunnelled anyway
 };
 
 /// The header lines of one request, as keys and values that are sent back to back: a key brings its own separator, such
@@ -42,7 +49,7 @@ struct TAVHTTPHeader
     std::string value4;      ///< ends the fourth line
 };
 
-/// Figures of one query. A query writes the last two, and those only if it succeeds.
+/// Figures of one query. A query writes the last two, and those only if its status is 200.
 struct LumoStats
 {
     std::uint16_t attempts = 0;         ///< the caller's: how often the query was sent
@@ -109,7 +116,8 @@ public:
     /// @param payload    the request's body, zero bytes included
     /// @param response   receives the answer's body behind what it holds; of a failed query too. Its size has no limit.
     /// @param sessionId  an open session
-    /// @param stats      receives the two timings on success; untouched otherwise
+    /// @param stats      receives the two timings on success; untouched otherwise, but an exception from reading the
+    ///                   total leaves the TLS time written
     /// @return whether the status was 200; false also if the session is not open, which is logged (level 2, without
     ///         component)
     /// @throws FMXException  code 1, the session stays open:
@@ -117,6 +125,9 @@ public:
     ///         failed", "cURL payload setting failed" or "cURL response string setting failed" before anything is sent
     ///         (the header lines then stay in memory for good); "Parsing of cURL response code failed." after the
     ///         transfer
+    /// @throws std::exception  of the call layer's write callback: std::bad_alloc, std::length_error or
+    ///         boost::lock_error. It crosses libcurl and spoils the session, which from then on reports the old status
+    ///         without sending: close it (its sockets and the header lines stay for good), and open it anew.
     virtual bool sendNetworkRequest(TAVHTTPHeader& header,
                                     std::string payload,
                                     std::string& response,

@@ -2,12 +2,16 @@
 #include <gtest/gtest.h>
 
 #include "NginxScene.h"
+#include "support/MachineCas.h"
+#include "support/SacrificialProcess.h"
+#include "support/SharedNotes.h"
 
 namespace TAV::test
 {
 namespace
 {
 
+using testing::ElementsAre;
 using testing::IsEmpty;
 
 /// What the client checks, with which authorities, and what becomes of the query.
@@ -102,6 +106,32 @@ TEST_F(CertificateTest, PassesWithTheAuthorityThatSignedIt)
     const TestAuthority& authority = TestAuthority::shared();
 
     expectOutcomes(authority.fromOtherAuthority(), {{1, 2, CURLE_OK}}, authority.otherCaFile());
+}
+
+// The file adds to the authorities that libcurl finds on the machine: a daemon that must trust the file alone needs a
+// call layer that says so.
+TEST_F(CertificateTest, OfAnAuthorityOfTheMachinePassesBesideTheGivenOne)
+{
+    if (const std::string obstacle = obstacleToMachineCas(); !obstacle.empty())
+        GTEST_SKIP() << obstacle;
+    const TestAuthority& authority = TestAuthority::shared();
+    const NginxServer server({siteWith(authority.fromOtherAuthority()), siteWith(authority.good())});
+    const TemporaryDirectory place;
+    SharedNotes notes;
+
+    SacrificialProcess process(
+        [&]
+        {
+            giveMachineCas(authority.otherCaFile(), place);
+            for (const std::size_t site : {0U, 1U})
+                notes.add(isFine(QueryScene(configTowards(server, site)).ask()) ? "fine" : "refused");
+            TAVQueryConfig without = configTowards(server);
+            without.caCertPath = "";
+            notes.add(QueryScene(without).ask().log == noStatusLog(kNoAuthorities) ? "no authorities" : "?");
+        });
+
+    EXPECT_EQ(process.wait(), 0);
+    EXPECT_THAT(notes.lines(), ElementsAre("fine", "fine", "no authorities"));
 }
 
 TEST_F(CertificateTest, MissingAuthorityFileFailsThePeerCheck)

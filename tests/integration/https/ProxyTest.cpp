@@ -23,16 +23,17 @@ http_access deny !known
 http_access allow known
 )";
 
-/// Knows one user, "bob", whose password is "secret".
-SquidSettings basicProxy()
+/// Knows one user, "bob".
+SquidSettings basicProxy(const std::string& password = "secret")
 {
     SquidSettings settings;
-    settings.files = {{"passwords", "bob:" + outputOf({"openssl", "passwd", "-apr1", "secret"})}};
+    settings.files = {{"passwords", "bob:" + outputOf({"openssl", "passwd", "-apr1", password})}};
     settings.directives = "auth_param basic program " + SquidProxy::helper("basic_ncsa_auth") + " passwords\n" +
                           "auth_param basic children 1 startup=1\nauth_param basic realm tests\n" + kKnownUsersOnly;
     return settings;
 }
 
+/// Alike; the password is "secret".
 SquidSettings digestProxy()
 {
     SquidSettings settings;
@@ -98,10 +99,10 @@ protected:
     }
 
     /// The proxy turns the first attempt, which tells it nobody's name, down.
-    void expectBobPasses(const SquidSettings& settings) const
+    void expectBobPasses(const SquidSettings& settings, const std::string& credentials = "bob:secret") const
     {
         const SquidProxy proxy(settings);
-        EXPECT_TRUE(isFine(QueryScene(through(proxy.address(), "bob:secret")).ask()));
+        EXPECT_TRUE(isFine(QueryScene(through(proxy.address(), credentials)).ask()));
 
         const std::vector<SquidRequest> requests = proxy.requests(2);
         ASSERT_THAT(requests, SizeIs(2));
@@ -185,6 +186,36 @@ TEST_F(ProxyTest, BasicPassesWithThePassword)
 TEST_F(ProxyTest, BasicRefusalIsStatus0)
 {
     expectRefused(basicProxy());
+}
+
+// So a "%" has to be written as "%25"; one that no two digits follow stays as it is.
+TEST_F(ProxyTest, CredentialsAreDecodedLikeAUrl)
+{
+    for (const char* credentials : {"bob:%73ecret", "%62ob:secret"})
+    {
+        SCOPED_TRACE(credentials);
+        expectBobPasses(basicProxy("secret"), credentials);
+    }
+    expectBobPasses(basicProxy("100%41"), "bob:100%2541");
+    expectBobPasses(basicProxy("100%"), "bob:100%");
+}
+
+TEST_F(ProxyTest, CredentialsWithAZeroByteAreNeverSent)
+{
+    const SquidProxy proxy(basicProxy());
+
+    const QueryOutcome outcome = QueryScene(through(proxy.address(), "bob:secret%00")).ask();
+
+    expectStatus0(outcome, outcome.transfer);
+    EXPECT_EQ(outcome.transfer, CURLE_URL_MALFORMAT);
+}
+
+TEST_F(ProxyTest, CredentialsInItsAddressWin)
+{
+    const SquidProxy proxy(basicProxy());
+
+    EXPECT_TRUE(isFine(QueryScene(through("http://bob:secret@" + proxy.address(), "bob:wrong")).ask()));
+    expectStatus0(QueryScene(through("http://bob:wrong@" + proxy.address(), "bob:secret")).ask(), CURLE_RECV_ERROR);
 }
 
 TEST_F(ProxyTest, DigestPassesWithThePassword)
