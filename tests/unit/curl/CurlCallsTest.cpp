@@ -373,10 +373,24 @@ TEST_F(CurlCallsTest, OperationsTakeNoLock)
     libcurl.list = &list;
     const HeldLock held(callbackLock()); // an attempt to take it would throw
     long number = 0;
-    EXPECT_EQ(api.curlSetCallbackFuncOpt(api.curlEasyInit()), CURLE_OK);
-    EXPECT_EQ(api.curlSetHeaderOpt(handle, CURLOPT_HTTPHEADER, api.curlSlistAppend(nullptr, "")), CURLE_OK);
-    EXPECT_EQ(api.curlEasyPerform(handle), CURLE_OK);
-    EXPECT_EQ(api.curlGetInfo(handle, CURLINFO_RESPONSE_CODE, number), CURLE_OK);
+    double seconds = 0.0;
+    std::string response;
+    EXPECT_NO_THROW({
+        api.curlGlobalInit(CURL_GLOBAL_ALL);
+        api.curlSetCallbackFuncOpt(api.curlEasyInit());
+        api.curlSetHeaderOpt(handle, CURLOPT_HTTPHEADER, api.curlSlistAppend(nullptr, ""));
+        api.curlSetStringOpt(handle, CURLOPT_URL, "a text");
+        api.curlSetLongOpt(handle, CURLOPT_TIMEOUT, 1);
+        api.curlSetResponseString(handle, CURLOPT_WRITEDATA, response);
+        api.curlEasyPerform(handle);
+        api.curlGetInfo(handle, CURLINFO_RESPONSE_CODE, number);
+        api.curlGetInfo(handle, CURLINFO_TOTAL_TIME, seconds);
+        api.curlEasyStrerror(CURLE_OK);
+        api.curlSlistFreeAll(&list);
+        api.curlEasyCleanup(handle);
+        api.curlGlobalCleanup();
+    });
+    EXPECT_EQ(libcurl.calls.size(), 15U) << "each operation was there";
 }
 
 } // namespace

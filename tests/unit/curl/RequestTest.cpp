@@ -287,6 +287,16 @@ TEST_F(RequestTest, TimesThatACallLayerDoesNotFillInAreZero)
     expectStats(1, 2, 0, 0);
 }
 
+TEST_F(RequestTest, TimeThatACallLayerDoesNotFillInIsZeroBesideOneThatItDoes)
+{
+    api->times[CURLINFO_APPCONNECT_TIME] = 0.25;
+    EXPECT_TRUE(send(1, 200));
+    expectStats(1, 2, 0, 250);
+    api->times = {{CURLINFO_TOTAL_TIME, 0.5}};
+    EXPECT_TRUE(send(1, 200));
+    expectStats(1, 2, 500, 0);
+}
+
 struct Times
 {
     double seconds;

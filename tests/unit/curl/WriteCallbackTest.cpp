@@ -106,20 +106,25 @@ TEST_F(WriteCallbackTest, ChunkThatNoStringCanHoldIsALengthErrorAndReleasesTheLo
 
 #if !defined(TAV_NO_ALLOCATION_HOOK)
 
+std::size_t allocations = 0;
 bool lockWasHeld = false;
 
 TEST_F(WriteCallbackTest, HoldsTheLockWhileTheResponseGrows)
 {
     std::string chunk(100000, 'x');
-    lockWasHeld = false;
+    allocations = 0;
+    lockWasHeld = true;
     test::onAllocation = [](std::size_t size)
     {
-        if (size >= 100000)
-            lockWasHeld = !isFree(callbackLock());
+        if (size < 100000)
+            return;
+        ++allocations;
+        lockWasHeld = lockWasHeld && !isFree(callbackLock());
     };
     CurlAPIUtility::writeCallback(chunk.data(), 1, chunk.size(), &response);
     test::onAllocation = nullptr;
-    EXPECT_TRUE(lockWasHeld);
+    EXPECT_GT(allocations, 0U);
+    EXPECT_TRUE(lockWasHeld) << "at each allocation";
     EXPECT_TRUE(isFree(callbackLock()));
 }
 
@@ -137,6 +142,13 @@ TEST_F(WriteCallbackTest, ResponseThatCannotGrowKeepsItsTextAndReleasesTheLock)
 }
 
 #endif
+
+TEST_F(WriteCallbackTest, LockIsTakenBeforeTheChunkIsLookedAt)
+{
+    const HeldLock held(callbackLock());
+    EXPECT_THROW(CurlAPIUtility::writeCallback(nullptr, 1, 1, &response), boost::lock_error);
+    EXPECT_THROW(CurlAPIUtility::writeCallback(nullptr, 1, 0, &response), boost::lock_error);
+}
 
 TEST_F(WriteCallbackTest, LockThatCannotBeTakenIsTheLibrarysOwnErrorAndAppendsNothing)
 {
