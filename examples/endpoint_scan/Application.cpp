@@ -18,6 +18,7 @@
 #include "endpoint_scan/Report.h"
 #include "endpoint_scan/Scanner.h"
 #include "endpoint_scan/Sources.h"
+#include "endpoint_scan/WholeFiles.h"
 #include "tav/FMXException.h"
 #include "tav/QelArchiveUtils.h"
 #include "tav/TAVSystemUtils.h"

@@ -14,6 +14,7 @@
 
 #include "common/Text.h"
 #include "endpoint_scan/Staging.h"
+#include "endpoint_scan/WholeFiles.h"
 
 namespace endpointscan
 {

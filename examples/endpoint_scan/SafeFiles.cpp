@@ -8,7 +8,6 @@
 #include <array>
 #include <cerrno>
 #include <chrono>
-#include <cstdio>
 #include <memory>
 #include <system_error>
 #include <thread>
@@ -21,9 +20,7 @@ namespace
 {
 
 constexpr int kDirectoryFlags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
-constexpr mode_t kPrivate = 0600;
 constexpr mode_t kPermissions = 07777;
-const std::string kPartial = ".partial-";
 /// How often, and how long apart, a directory is emptied that somebody fills meanwhile.
 constexpr int kAttempts = 500;
 constexpr std::chrono::milliseconds kPause{10};
@@ -54,19 +51,6 @@ std::vector<std::string> components(const std::string& path)
     return names;
 }
 
-/// Removes what is in a directory, as far as it is still there.
-void removeEntries(int directory)
-{
-    for (const std::string& name : namesIn(directory))
-    {
-        if (::unlinkat(directory, name.c_str(), 0) == 0 || errno == ENOENT)
-            continue;
-        if (errno != EISDIR)
-            fail("cannot remove " + name);
-        removeTree(directory, name);
-    }
-}
-
 /// Walks down from `root`; `enter` runs before each step.
 template <typename Enter>
 Fd descend(int root, const std::string& path, Enter enter)
@@ -81,121 +65,6 @@ Fd descend(int root, const std::string& path, Enter enter)
         directory = std::move(next);
     }
     return directory;
-}
-
-void writeAll(int fd, const char* bytes, std::size_t size)
-{
-    while (size > 0)
-    {
-        const ssize_t written = ::write(fd, bytes, size);
-        if (written < 0 && errno != EINTR)
-            fail("cannot write");
-        if (written > 0)
-        {
-            bytes += written;
-            size -= static_cast<std::size_t>(written);
-        }
-    }
-}
-
-void copyContent(int from, int to)
-{
-    std::array<char, 64UL * 1024> piece{};
-    for (;;)
-    {
-        const ssize_t size = ::read(from, piece.data(), piece.size());
-        if (size < 0 && errno != EINTR)
-            fail("cannot read");
-        if (size == 0)
-            return;
-        if (size > 0)
-            writeAll(to, piece.data(), static_cast<std::size_t>(size));
-    }
-}
-
-Fd createFile(int directory, const std::string& name)
-{
-    Fd file(::openat(directory, name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, kPrivate));
-    if (file.get() < 0)
-        fail("cannot create " + name);
-    return file;
-}
-
-void syncFile(int fd)
-{
-    if (::fsync(fd) != 0)
-        fail("cannot sync");
-}
-
-/// Renames without replacing anything, also where the file system knows no such rename.
-void renameTo(int fromDirectory, const std::string& fromName, int toDirectory, const std::string& toName)
-{
-    if (::renameat2(fromDirectory, fromName.c_str(), toDirectory, toName.c_str(), RENAME_NOREPLACE) == 0)
-        return;
-    if (errno != EINVAL)
-        fail("cannot rename " + fromName);
-    if (::linkat(fromDirectory, fromName.c_str(), toDirectory, toName.c_str(), 0) != 0 ||
-        ::unlinkat(fromDirectory, fromName.c_str(), 0) != 0)
-        fail("cannot rename " + fromName);
-}
-
-/// Removes a half-made file unless told that it is complete.
-class Unfinished
-{
-public:
-    Unfinished(int directory, std::string name) : m_directory(directory), m_name(std::move(name)) {}
-    Unfinished(const Unfinished&) = delete;
-    Unfinished& operator=(const Unfinished&) = delete;
-    ~Unfinished()
-    {
-        if (!m_done)
-            ::unlinkat(m_directory, m_name.c_str(), 0);
-    }
-    void done() { m_done = true; }
-
-private:
-    int m_directory;
-    std::string m_name;
-    bool m_done = false;
-};
-
-bool isUnchanged(const struct stat& before, const struct stat& now)
-{
-    return factsOf(before).identity == factsOf(now).identity && before.st_size == now.st_size &&
-           before.st_mtim.tv_sec == now.st_mtim.tv_sec && before.st_mtim.tv_nsec == now.st_mtim.tv_nsec;
-}
-
-/// Copies a file with its owner, permissions and time.
-/// @return the status of what was copied
-struct stat copyFile(int fromDirectory, const std::string& fromName, int toDirectory, const std::string& toName)
-{
-    const Fd source = openRegularFile(fromDirectory, fromName);
-    const struct stat status = statusOf(source.get());
-    const std::string partialName = kPartial + toName;
-    const Fd copy = createFile(toDirectory, partialName);
-    Unfinished partial(toDirectory, partialName);
-    copyContent(source.get(), copy.get());
-    applyFacts(copy.get(), factsOf(status));
-    syncFile(copy.get());
-    if (!isUnchanged(status, statusOf(source.get())))
-        throw std::system_error(EBUSY, std::generic_category(), fromName + " changed while it was copied");
-    renameTo(toDirectory, partialName, toDirectory, toName);
-    partial.done();
-    syncDirectory(toDirectory);
-    return status;
-}
-
-void moveByCopy(int fromDirectory, const std::string& fromName, int toDirectory, const std::string& toName)
-{
-    const struct stat copied = copyFile(fromDirectory, fromName, toDirectory, toName);
-    Unfinished copy(toDirectory, toName);
-    if (sha256At(fromDirectory, fromName) != sha256At(toDirectory, toName))
-        throw std::system_error(EIO, std::generic_category(), fromName + " was not copied faithfully");
-    if (!isUnchanged(copied, statusAt(fromDirectory, fromName)))
-        throw std::system_error(EBUSY, std::generic_category(), fromName + " changed while it was moved");
-    if (::unlinkat(fromDirectory, fromName.c_str(), 0) != 0)
-        fail("cannot remove " + fromName);
-    copy.done();
 }
 
 } // namespace
@@ -258,9 +127,9 @@ Fd openRegularFile(int directory, const std::string& name)
 {
     Fd file(::openat(directory, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     if (file.get() < 0)
-        fail("cannot open");
+        fail("cannot open " + name);
     if (!S_ISREG(statusOf(file.get()).st_mode))
-        throw std::system_error(EINVAL, std::generic_category(), "no longer a regular file");
+        throw std::system_error(EINVAL, std::generic_category(), name + " is no longer a regular file");
     return file;
 }
 
@@ -331,26 +200,6 @@ std::string sha256At(int directory, const std::string& name)
     return sha256;
 }
 
-void moveFile(int fromDirectory, const std::string& fromName, int toDirectory, const std::string& toName)
-{
-    try
-    {
-        renameTo(fromDirectory, fromName, toDirectory, toName);
-    }
-    catch (const std::system_error& error)
-    {
-        if (error.code().value() != EXDEV)
-            throw;
-        moveByCopy(fromDirectory, fromName, toDirectory, toName);
-    }
-}
-
-void linkOrCopy(int fromDirectory, const std::string& fromName, int toDirectory, const std::string& toName)
-{
-    if (::linkat(fromDirectory, fromName.c_str(), toDirectory, toName.c_str(), 0) != 0)
-        copyFile(fromDirectory, fromName, toDirectory, toName);
-}
-
 void applyFacts(int fd, const FileFacts& facts)
 {
     // Only root may give files away; the others own what they make. Before the mode, as it clears set-user-ID.
@@ -379,38 +228,28 @@ std::string readAt(int directory, const std::string& name)
     return content;
 }
 
-void writeAtomically(int directory, const std::string& name, const std::string& content)
-{
-    const std::string partialName = kPartial + std::to_string(::getpid()) + "-" + name;
-    const Fd file = createFile(directory, partialName);
-    Unfinished partial(directory, partialName);
-    writeAll(file.get(), content.data(), content.size());
-    syncFile(file.get());
-    if (::renameat(directory, partialName.c_str(), directory, name.c_str()) != 0)
-        fail("cannot rename to " + name);
-    partial.done();
-    syncDirectory(directory);
-}
-
-void writeAtomically(const std::string& path, const std::string& content)
-{
-    const auto [directory, name] = splitPath(path);
-    const bool isAtRoot = directory.empty() && path.front() == '/';
-    const std::string parent = isAtRoot ? "/" : directory;
-    writeAtomically(openDirectory(parent.empty() ? "." : parent).get(), name, content);
-}
-
 void syncDirectory(int directory)
 {
     if (::fsync(directory) != 0 && errno != EINVAL)
         fail("cannot sync a directory");
 }
 
+void removeEntry(int directory, const std::string& name)
+{
+    if (::unlinkat(directory, name.c_str(), 0) == 0 || errno == ENOENT)
+        return;
+    if (errno != EISDIR)
+        fail("cannot remove " + name);
+    removeTree(directory, name);
+}
+
 void removeTree(int directory, const std::string& name)
 {
     for (int attempt = 0;; ++attempt)
     {
-        removeEntries(openBelow(directory, name).get());
+        const Fd tree = openBelow(directory, name);
+        for (const std::string& entry : namesIn(tree.get()))
+            removeEntry(tree.get(), entry);
         if (::unlinkat(directory, name.c_str(), AT_REMOVEDIR) == 0)
             return;
         if (errno != ENOTEMPTY || attempt == kAttempts)

@@ -68,24 +68,15 @@ FileFacts factsOf(const struct stat& status);
 /// SHA-256 of a regular file.
 std::string sha256At(int directory, const std::string& name);
 
-/// Moves a file. Across file systems it is copied under another name first, synced, renamed, and only then removed at
-/// its old place. An existing file of the new name makes it fail.
-void moveFile(int fromDirectory, const std::string& fromName, int toDirectory, const std::string& toName);
-
-/// Gives a file a second name, or copies it where the file system has no second names.
-void linkOrCopy(int fromDirectory, const std::string& fromName, int toDirectory, const std::string& toName);
-
 /// Gives a file its owner (where this process may), permissions and time.
 void applyFacts(int fd, const FileFacts& facts);
 
 std::string readAt(int directory, const std::string& name);
 
-/// Writes a file so that it is there whole or not at all, whatever happens, and replaces a former one.
-void writeAtomically(int directory, const std::string& name, const std::string& content);
-/// The same by path. Without `directory` part it goes into the current one.
-void writeAtomically(const std::string& path, const std::string& content);
-
 void syncDirectory(int directory);
+
+/// Removes a file, or a directory and everything in it, if it is still there.
+void removeEntry(int directory, const std::string& name);
 
 /// Removes the directory `name` and everything in it. The archive tool of a scan that was killed may be at work in it
 /// for a while yet: what comes and goes there meanwhile is no failure.

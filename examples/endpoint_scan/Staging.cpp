@@ -6,6 +6,7 @@
 #include <system_error>
 
 #include "common/Text.h"
+#include "endpoint_scan/WholeFiles.h"
 
 namespace endpointscan
 {
@@ -142,9 +143,26 @@ void Staging::putBackOne(int root, const RecordEntry& entry)
     syncDirectory(parent.get());
 }
 
+void Staging::removeCopies()
+{
+    try
+    {
+        for (const std::string& name : namesIn(m_directory.get()))
+        {
+            if (name != kOriginals && name != kRecordInArchive)
+                removeEntry(m_directory.get(), name);
+        }
+    }
+    catch (const std::system_error&)
+    {
+        // It was to make room only: the files go back all the same.
+    }
+}
+
 Staging::Problems Staging::putBack()
 {
     m_isFinished = true;
+    removeCopies();
     Problems problems;
     for (const RecordEntry& entry : m_record.files)
     {

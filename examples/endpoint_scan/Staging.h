@@ -45,7 +45,8 @@ public:
     /// @return as `putBack`
     Problems commit(const Record& taken);
 
-    /// Puts every file that is here back. When all are, removes the directory.
+    /// Puts every file that is here back, and removes all else: what goes back may need the room of the archive and of
+    /// the copies, and what cannot is no reason to keep them.
     /// @return what could not be put back, which stays here, and why
     Problems putBack();
 
@@ -63,6 +64,7 @@ private:
     };
     Staging(int quarantine, std::string name, Leftover);
 
+    void removeCopies();
     void putBackOne(int root, const RecordEntry& entry);
 
     int m_quarantine;

@@ -11,8 +11,8 @@
 #include <thread>
 
 #include "common/StandardDescriptors.h"
-#include "endpoint_scan/SafeFiles.h"
 #include "endpoint_scan/Types.h"
+#include "endpoint_scan/WholeFiles.h"
 #include "reputation_server/Answers.h"
 #include "reputation_server/Certificates.h"
 #include "reputation_server/Server.h"

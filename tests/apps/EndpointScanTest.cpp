@@ -173,7 +173,7 @@ TEST_F(EndpointScanTest, AnUnreadableFileGivesCodeThree)
     ::chmod((tree() + "/secret").c_str(), 0);
     const ProgramResult result = run.run();
     EXPECT_EQ(result.exitCode, 3) << result.err;
-    EXPECT_THAT(result.out, AllOf(HasSubstr("NOT EXAMINED"), HasSubstr("secret  (cannot open: Permission denied)\n")));
+    EXPECT_THAT(result.out, AllOf(HasSubstr("NOT EXAMINED"), HasSubstr("secret  (cannot open secret: Permission denied)\n")));
     EXPECT_EQ(report().at("summary").at("failed"), 1);
 }
 

@@ -39,7 +39,7 @@ protected:
     std::vector<std::string> quarantineNames() const;
 
     std::string root() const { return m_place.file("files"); }
-    std::string quarantinePath() const { return m_place.file("quarantine"); }
+    virtual std::string quarantinePath() const { return m_place.file("quarantine"); }
     std::string target() const { return m_place.file("back"); }
     static bool never() { return false; }
 

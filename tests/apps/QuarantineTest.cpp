@@ -1,6 +1,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <climits>
 #include <filesystem>
 #include <fstream>
 
@@ -206,38 +207,6 @@ TEST_F(QuarantineTest, CancelledRestoreLeavesWholeFilesOnly)
     EXPECT_THAT(quarantineNames(), UnorderedElementsAre(id + ".7z", id + ".json"));
 }
 
-TEST_F(QuarantineTest, MovesFilesAcrossFileSystems)
-{
-    char elsewhere[] = "/dev/shm/tavutils-test-XXXXXX";
-    if (::mkdtemp(elsewhere) == nullptr)
-        GTEST_SKIP() << "there is no /dev/shm to write to";
-    struct stat here = {};
-    struct stat there = {};
-    ::stat(root().c_str(), &here);
-    ::stat(elsewhere, &there);
-    const std::string path = std::string(elsewhere) + "/quarantine";
-    const RecordEntry file = denied("sub/a", "one", 0751);
-    StoreResult stored;
-    std::vector<std::string> restored;
-    if (here.st_dev != there.st_dev)
-    {
-        Quarantine quarantine(path, m_archives, kPassword);
-        stored = quarantine.store(root(), {file}, never);
-        restored = quarantine.restore(fs::path(stored.archive).stem().string(), target(), never).problems;
-    }
-    fs::remove_all(elsewhere);
-    if (here.st_dev == there.st_dev)
-        GTEST_SKIP() << "/dev/shm is on the file system of the temporary directory";
-    EXPECT_THAT(stored.problems, ElementsAre(""));
-    EXPECT_THAT(restored, ElementsAre(""));
-    EXPECT_THAT(contentOf(root()), IsEmpty());
-    EXPECT_THAT(contentOf(target()), ElementsAre(Pair("sub/a", "one")));
-    struct stat status = {};
-    ASSERT_EQ(::stat((target() + "/sub/a").c_str(), &status), 0);
-    EXPECT_EQ(status.st_mode & 07777U, 0751U);
-    EXPECT_EQ(status.st_mtim.tv_nsec, 123'456'789);
-}
-
 TEST_F(QuarantineTest, RefusesADirectoryThatOthersMayEnter)
 {
     fs::create_directory(quarantinePath());
@@ -256,6 +225,51 @@ TEST_F(QuarantineTest, IsUsedByOneProcessAtATime)
 {
     const Quarantine first = open();
     EXPECT_THAT(errorOf([this] { open(); }), HasSubstr("another process works in this quarantine"));
+}
+
+/// The quarantine is on another file system than the tree: each move is a copy.
+class QuarantineElsewhereTest : public QuarantineScene
+{
+protected:
+    void SetUp() override
+    {
+        if (::mkdtemp(m_elsewhere) == nullptr)
+            GTEST_SKIP() << "there is no /dev/shm to write to";
+        struct stat here = {};
+        struct stat there = {};
+        ::stat(root().c_str(), &here);
+        ::stat(m_elsewhere, &there);
+        if (here.st_dev == there.st_dev)
+            GTEST_SKIP() << "/dev/shm is on the file system of the temporary directory";
+    }
+    void TearDown() override { fs::remove_all(m_elsewhere); }
+
+    std::string quarantinePath() const override { return std::string(m_elsewhere) + "/quarantine"; }
+
+    std::vector<RecordEntry> files() { return {denied("sub/a", "one", 0751), denied(m_longest, "two")}; }
+
+    char m_elsewhere[30] = "/dev/shm/tavutils-test-XXXXXX";
+    const std::string m_longest = "sub/" + std::string(NAME_MAX, 'n');
+};
+
+TEST_F(QuarantineElsewhereTest, FilesGoThereAndBack)
+{
+    const std::string id = storeAll(files());
+    EXPECT_THAT(contentOf(root()), IsEmpty());
+    EXPECT_THAT(open().restore(id, target(), never).problems, ElementsAre("", ""));
+    EXPECT_THAT(contentOf(target()), ElementsAre(Pair("sub/a", "one"), Pair(m_longest, "two")));
+    struct stat status = {};
+    ASSERT_EQ(::stat((target() + "/sub/a").c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777U, 0751U);
+    EXPECT_EQ(status.st_mtim.tv_nsec, 123'456'789);
+}
+
+TEST_F(QuarantineElsewhereTest, FilesGoBackWhenTheToolFails)
+{
+    m_tool->fault = FakeArchiver::Fault::ToolMissing;
+    EXPECT_THAT(open().store(root(), files(), never).problems, Each("the archive tool failed"));
+    EXPECT_THAT(contentOf(root()), ElementsAre(Pair("sub/a", "one"), Pair(m_longest, "two")));
+    EXPECT_THAT(quarantineNames(), IsEmpty());
 }
 
 } // namespace

@@ -5,11 +5,13 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <climits>
 #include <filesystem>
 #include <fstream>
 #include <system_error>
 #include <thread>
 
+#include "endpoint_scan/WholeFiles.h"
 #include "support/TemporaryDirectory.h"
 
 using endpointscan::Fd;
@@ -74,6 +76,20 @@ TEST_F(RemoveTreeTest, MindsNobodyWhoStillWorksInIt)
     EXPECT_NO_THROW(removeTree(m_parent.get(), "tree"));
     worker.join();
     EXPECT_FALSE(fs::exists(tree()));
+}
+
+TEST(WholeFilesTest, WritesUnderAnyNamePastTheLeftoversOfAKilledProcess)
+{
+    const TAV::test::TemporaryDirectory place;
+    const std::string leftover = ".partial-" + std::to_string(::getpid()) + "-1";
+    place.write(leftover, "half");
+    const std::string path = place.file(std::string(NAME_MAX, 'n'));
+    for (const char* text : {"one", "two"})
+    {
+        endpointscan::writeAtomically(path, text);
+        EXPECT_EQ(TAV::test::readFile(path), text);
+    }
+    EXPECT_EQ(std::distance(fs::directory_iterator(place.path()), fs::directory_iterator()), 2);
 }
 
 } // namespace
