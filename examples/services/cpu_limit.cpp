@@ -11,9 +11,11 @@
 
 int main(int argc, char** argv)
 {
-    if (argc < 3)
+    char* end = nullptr;
+    const long percent = argc < 3 ? 0 : std::strtol(argv[1], &end, 10);
+    if (percent < 1 || percent > 100 || *end != '\0')
     {
-        std::cerr << "usage: cpu_limit PERCENT PROGRAM [ARGUMENT...]\n";
+        std::cerr << "usage: cpu_limit PERCENT PROGRAM [ARGUMENT...], PERCENT from 1 to 100\n";
         return 2;
     }
     PrintingLogger logger;
@@ -21,8 +23,7 @@ int main(int argc, char** argv)
     TAV::TAVUtils utils(std::make_shared<TAV::TAVSystemUtils>(), logger, version);
 
     // The percentage is of the whole machine, and this process's children share it.
-    const auto percent = static_cast<unsigned short>(std::atoi(argv[1]));
-    if (!utils.setCPULimit({getpid()}, percent, ""))
+    if (!utils.setCPULimit({getpid()}, static_cast<unsigned short>(percent), ""))
         std::cerr << "no limit: this host has no cgroup v1 cpu controller for us\n"; // the log says why
     // True would not mean that the kernel agreed: read cpu.cfs_quota_us and cgroup.procs back where it matters.
 

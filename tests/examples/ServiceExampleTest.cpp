@@ -113,6 +113,16 @@ TEST_F(ServiceExampleTest, CpuLimitStartsTheProgramWithoutAControllerToo)
     EXPECT_EQ(result.out, "started\n");
 }
 
+TEST_F(ServiceExampleTest, CpuLimitTakesNothingButAPercentage)
+{
+    for (const char* percent : {"abc", "-5", "0", "101", "65556", "20x", ""})
+    {
+        const ProgramResult result = run("cpu_limit", {percent, "/bin/echo", "started"});
+        EXPECT_EQ(result.exitCode, 2) << percent;
+        EXPECT_THAT(result.out, IsEmpty()) << percent;
+    }
+}
+
 TEST_F(ServiceExampleTest, ArchiveMovesFilesThereAndBack)
 {
     const std::string file = m_files.write("file", "content");
