@@ -14,7 +14,7 @@ std::size_t CappedCurl::write(char* data, std::size_t size, std::size_t count, s
 {
     try
     {
-        if (size * count > kLongestAnswer - answer->size())
+        if (answer->size() > kLongestAnswer || size * count > kLongestAnswer - answer->size())
             return 0;
         return writeCallback(data, size, count, answer);
     }

@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <string>
 
-#include "tav/CurlAPIUtility.h"
+#include "common/OnlyGivenCa.h"
 
 namespace endpointscan
 {
@@ -11,8 +11,9 @@ namespace endpointscan
 /// The calls into libcurl, with an end to every answer: a server that sends for ever must not take all the memory. An
 /// answer beyond the limit is broken off, and what came of it is no complete JSON text.
 ///
-/// Besides, nothing is thrown through libcurl, where it would leave the session unusable.
-class CappedCurl : public TAV::CurlAPIUtility
+/// Besides, nothing is thrown through libcurl, where it would leave the session unusable, and only the given CA file
+/// tells whom to trust.
+class CappedCurl : public programs::OnlyGivenCa
 {
 public:
     static constexpr std::size_t kLongestAnswer = 64UL * 1024;

@@ -16,7 +16,7 @@ namespace endpointscan
 struct ServerAddress
 {
     std::string server; ///< HOST or HOST:PORT
-    std::string caFile; ///< the certificates of whom to trust
+    std::string caFile; ///< the certificates of whom to trust, and of nobody else
     long timeout = 0;   ///< seconds for each question
     std::string proxy;  ///< HOST:PORT; empty for none
 };

@@ -171,6 +171,14 @@ TEST(CappedCurlTest, BreaksALongerAnswerOff)
     EXPECT_EQ(answer, "ab");
 }
 
+TEST(CappedCurlTest, TakesNothingBehindWhatIsTooLongAlready)
+{
+    std::string answer(CappedCurl::kLongestAnswer + 1, 'a');
+    std::string piece = "x";
+    EXPECT_EQ(CappedCurl::write(piece.data(), 1, piece.size(), &answer), 0U);
+    EXPECT_EQ(answer.size(), CappedCurl::kLongestAnswer + 1);
+}
+
 TEST(CappedCurlTest, ThrowsNothingThroughTheClient)
 {
     std::string answer;

@@ -10,6 +10,7 @@
 #include "apps/ProgramRun.h"
 #include "apps/RawServer.h"
 #include "apps/ReputationProcess.h"
+#include "support/MachineCas.h"
 #include "support/SacrificialProcess.h"
 #include "support/TemporaryDirectory.h"
 #include "tav/QelSSLUtils.h"
@@ -132,6 +133,23 @@ TEST_F(ServerScanTest, ACleanTreeGivesCodeZero)
     const ReputationProcess server;
     EXPECT_EQ(scanned(server).exitCode, 0);
     EXPECT_EQ(countOf("clean"), 1U);
+}
+
+TEST_F(ServerScanTest, TrustsTheGivenAuthorityAndNoneOfTheMachine)
+{
+    if (const std::string obstacle = obstacleToMachineCas(); !obstacle.empty())
+        GTEST_SKIP() << obstacle;
+    add("good", "good");
+    const ReputationProcess server;
+    const ReputationProcess other;
+    SacrificialProcess process(
+        [&]
+        {
+            giveMachineCas(server.caFile(), m_place);
+            scanning(server.address(), other.caFile()).run();
+        });
+    EXPECT_EQ(process.wait(), 0);
+    EXPECT_EQ(countUnknownFor("SSL peer certificate"), 1U);
 }
 
 TEST_F(ServerScanTest, LosesNothingOfManyFilesWithFourThreads)

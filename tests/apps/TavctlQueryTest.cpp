@@ -5,7 +5,11 @@
 
 #include "apps/ProgramRun.h"
 #include "apps/RawServer.h"
+#include "support/MachineCas.h"
+#include "support/SacrificialProcess.h"
+#include "support/SharedNotes.h"
 #include "support/TemporaryDirectory.h"
+#include "tav/QelSSLUtils.h"
 
 using namespace TAV::test;
 using nlohmann::json;
@@ -215,6 +219,25 @@ TEST_F(TavctlQueryTest, EachVerificationHasASwitchOfItsOwn)
     EXPECT_EQ(code({"--server", misnamed.address(), "--no-verify-peer", "--no-verify-host"}), 0);
 }
 
+TEST_F(TavctlQueryTest, TrustsTheGivenAuthorityAndNoneOfTheMachine)
+{
+    if (const std::string obstacle = obstacleToMachineCas(); !obstacle.empty())
+        GTEST_SKIP() << obstacle;
+    const RawServer other([](const std::string&) { return ok("x"); });
+    SharedNotes notes;
+    SacrificialProcess process(
+        [&]
+        {
+            giveMachineCas(m_server.caFile(), m_place);
+            for (const std::string& ca : {m_server.caFile(), other.caFile()})
+                notes.add(runProgram({TAVCTL, "query", "--server", m_server.address(), "--ca", ca}).out);
+        });
+    EXPECT_EQ(process.wait(), 0);
+    EXPECT_THAT(notes.text(),
+                AllOf(StartsWith("outcome  success: HTTP 200\n"),
+                      HasSubstr("outcome  failure: no answer: SSL peer certificate")));
+}
+
 TEST_F(TavctlQueryTest, GivesTheProxyWhatBelongsToIt)
 {
     const RawServer proxy(
@@ -231,12 +254,30 @@ TEST_F(TavctlQueryTest, GivesTheProxyWhatBelongsToIt)
                     AllOf(StartsWith("CONNECT " + m_server.address() + " HTTP/1.1\r\n"),
                           HasSubstr("\r\nProxy-Authorization: Basic bWU6cGFzczp3b3Jk\r\n")));
     }
-    ProgramRun run;
-    run.argv = to(m_server, {"--proxy", proxy.address(), "--proxy-user", "me", "--proxy-password-env", "PW"});
-    run.environment["PW"] = "secret";
-    run.run();
-    EXPECT_THAT(proxy.requests().back(), HasSubstr("\r\nProxy-Authorization: Basic bWU6c2VjcmV0\r\n"));
     EXPECT_THAT(m_server.requests(), IsEmpty());
+}
+
+// libcurl decodes both.
+TEST_F(TavctlQueryTest, GivesTheProxyNameAndPasswordAsTheyAre)
+{
+    const RawServer proxy(
+        [](const std::string&)
+        { return RawAnswer{"HTTP/1.1 407 No\r\nProxy-Authenticate: Basic realm=\"x\"\r\nContent-Length: 0\r\n\r\n"}; },
+        RawServer::Speaks::Plain);
+    for (const std::string user : {"me", "m%65", "100%"})
+    {
+        for (const std::string password : {"secret", "p%41ss", "a%00b", "100%", "%zz", "%25%", "a:b@c/d"})
+        {
+            ProgramRun run;
+            run.argv = to(m_server, {"--proxy", proxy.address(), "--proxy-user", user, "--proxy-password-env", "PW"});
+            run.environment["PW"] = password;
+            run.run();
+            std::string encoded;
+            TAV::QelSSLUtils().encodeBase64(user + ":" + password, encoded);
+            EXPECT_THAT(proxy.requests().back(), HasSubstr("\r\nProxy-Authorization: Basic " + encoded + "\r\n"))
+                << user << " " << password;
+        }
+    }
 }
 
 TEST_F(TavctlQueryTest, RefusesBadArgumentsBeforeAnyTraffic)
@@ -265,6 +306,8 @@ TEST_F(TavctlQueryTest, RefusesBadArgumentsBeforeAnyTraffic)
         {{"--server", server, "--ca", ca, "--repeat", "0"}, "--repeat"},
         {{"--server", server, "--ca", ca, "--tunnel"}, "--proxy"},
         {{"--server", server, "--ca", ca, "--proxy-user", "me"}, "--proxy"},
+        {{"--server", server, "--ca", ca, "--proxy", ""}, "--proxy: the host is missing"},
+        {{"--server", server, "--ca", ca, "--proxy", "x y"}, "--proxy: not HOST:PORT or http://HOST:PORT"},
         {{"--server", server, "--ca", ca, "--proxy", "p:1", "--proxy-user", "me"}, "where its password comes from"},
         {{"--server", server, "--ca", ca, "--proxy", "p:1", "--proxy-user", "a:b", "--proxy-password-env", "X"},
          "a colon"},
@@ -287,8 +330,6 @@ TEST_F(TavctlQueryTest, RefusesBadArgumentsBeforeAnyTraffic)
     EXPECT_THAT(query(six).err, HasSubstr("no more than five lines"));
     EXPECT_THAT(m_server.requests(), IsEmpty());
 }
-        {{"--server", server, "--ca", ca, "--proxy", ""}, "--proxy: the host is missing"},
-        {{"--server", server, "--ca", ca, "--proxy", "x y"}, "--proxy: not HOST:PORT or http://HOST:PORT"},
 
 TEST_F(TavctlQueryTest, FilesThatCannotBeReadAreFailures)
 {

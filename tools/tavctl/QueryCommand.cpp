@@ -5,10 +5,10 @@
 #include <vector>
 
 #include "common/KrbTicket.h"
+#include "common/OnlyGivenCa.h"
 #include "common/Password.h"
 #include "common/QueryText.h"
 #include "common/StandardDescriptors.h"
-#include "tav/CurlAPIUtility.h"
 #include "tav/CurlWrapper.h"
 #include "tavctl/Commands.h"
 #include "tavctl/Input.h"
@@ -91,11 +91,20 @@ void check(const Options& options, const Context& context)
         throw Failure(about(options.caFile, obstacle));
 }
 
+/// libcurl decodes the credentials of a proxy like a URL.
+std::string encoded(const std::string& text)
+{
+    std::string result;
+    for (const char c : text)
+        result += c == '%' ? "%25" : std::string(1, c);
+    return result;
+}
+
 std::string credentialsOf(const Options& options)
 {
     if (options.proxyUser.empty())
         return {};
-    return options.proxyUser + ":" + programs::readPassword(options.proxyPassword);
+    return encoded(options.proxyUser) + ":" + encoded(programs::readPassword(options.proxyPassword));
 }
 
 TAV::TAVQueryConfig configOf(const Options& options)
@@ -130,7 +139,7 @@ QueryReport send(const Options& options, const std::string& body, Context& conte
     const TAV::TAVQueryConfig config = configOf(options);
     programs::ignoreBrokenPipes();
     programs::QueryLog log(context.logger);
-    TAV::CurlWrapper client(log, std::make_shared<TAV::CurlAPIUtility>());
+    TAV::CurlWrapper client(log, std::make_shared<programs::OnlyGivenCa>());
     client.configureOptions(config, kSession);
     client.initSession(kSession);
     TAV::TAVHTTPHeader header = programs::headerOf(options.headerLines);
@@ -236,7 +245,7 @@ void registerQuery(CLI::App& app, Action& chosen)
     CLI::App* command = app.add_subcommand("query", "Send an HTTPS request, and show the answer and its timings");
     command->add_option("--server", options->server, "HOST or HOST:PORT; the request goes to https://SERVER/1")
         ->required();
-    command->add_option("--ca", options->caFile, "The certificates (PEM) of whom to trust");
+    command->add_option("--ca", options->caFile, "The certificates (PEM) of whom to trust, and of nobody else");
     command->add_option("--method", options->method, "The HTTP method")->capture_default_str();
     command->add_option("--header", options->headerLines, "A line \"Name: value\", sent in this order; up to five")
         ->allow_extra_args(false);
