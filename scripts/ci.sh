@@ -5,6 +5,8 @@
 # is of what it is about: clang-tidy looks at the libraries, the release build is of that and of the checks on it, and
 # the thread sanitizer watches the tests that have threads. ./dev lint and ./dev tsan look at everything.
 
+take_no_arguments ci "$@"
+
 CI=true
 export CI
 started=$(date +%s)

@@ -1,6 +1,8 @@
 # shellcheck shell=sh
 # ./dev coverage: what the tests run of src/, and which lines they do not. Sourced by ./dev.
 
+take_no_arguments coverage "$@"
+
 need coverage
 cmd_build coverage
 find build/coverage -name '*.gcda' -delete

@@ -2,6 +2,8 @@
 # ./dev docs: one site of the pages of docs/ and the reference of the public headers, to be read without a network.
 # Sourced by ./dev.
 
+take_no_arguments docs "$@"
+
 need docs
 rm -rf build/docs # nothing of an older build may hide what is missing in this one
 mkdir -p build/docs/strict
