@@ -12,7 +12,8 @@ try
     magic.magicLoad(nullptr); // libmagic's own database
     for (int i = 1; i < argc; ++i)
     {
-        const char* type = magic.magicFile(argv[i]); // libmagic's text: copy it to keep it beyond the next query
+        // libmagic's text: copy it to keep it beyond the next query. For a file that cannot be read it is a sentence.
+        const char* type = magic.magicFile(argv[i]);
         std::cout << argv[i] << ": " << (type == nullptr ? "unknown" : type) << "\n";
     }
     magic.magicClose(); // the destructor does not

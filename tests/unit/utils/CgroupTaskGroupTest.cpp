@@ -3,6 +3,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <stdexcept>
 
 #include "FakeCgroups.h"
 
@@ -113,6 +114,15 @@ TEST_P(CgroupTaskGroupTest, KeepsTheAppendedNameAfterAFailure)
     EXPECT_EQ(m_setUp.cgroups->calls().back(), "mkdir(" + m_group + "/zell_tp_ods, 448)");
 }
 
+TEST_P(CgroupTaskGroupTest, KeepsTheAppendedNameWhenTheSystemThrows)
+{
+    m_setUp.cgroups->onCall = [](const std::string&) { throw std::runtime_error("no answer"); };
+    EXPECT_THROW(update(), std::runtime_error);
+    m_setUp.cgroups->onCall = nullptr;
+    EXPECT_TRUE(update());
+    EXPECT_EQ(m_setUp.cgroups->calls().back(), "mkdir(" + m_group + "/zell_tp_ods, 448)");
+}
+
 TEST_P(CgroupTaskGroupTest, StartsAfreshAfterDiscovery)
 {
     EXPECT_TRUE(update());
@@ -157,6 +167,21 @@ TEST_P(CgroupTaskGroupTest, WritesNothingIntoTheDirectory)
     EXPECT_TRUE(update());
     EXPECT_THAT(m_setUp.cgroups->writes(), IsEmpty());
     EXPECT_EQ(readFile(m_setUp.cgroups->real(m_group + "/" + kQuota)), "-1\n");
+}
+
+TEST_P(CgroupTaskGroupTest, StartsFromAnEmptyPathAfterADiscoveryThatWasCutShort)
+{
+    m_setUp.cgroups->takeCalls();
+    m_setUp.cgroups->onCall = [this](const std::string&)
+    {
+        if (m_setUp.cgroups->countOf("stat") == 2)
+            throw std::runtime_error("no answer");
+    };
+    EXPECT_THROW(m_setUp.utils.isDefaultCGroupsMountAvailable(), std::runtime_error);
+    m_setUp.cgroups->onCall = nullptr;
+    m_setUp.cgroups->takeCalls();
+    EXPECT_TRUE(update());
+    EXPECT_THAT(m_setUp.cgroups->calls(), ElementsAre("stat(/zell_tp_ods)", "mkdir(/zell_tp_ods, 448)"));
 }
 
 INSTANTIATE_TEST_SUITE_P(BothMounts, CgroupTaskGroupTest, ::testing::Values(kFirstMount, kSecondMount));
