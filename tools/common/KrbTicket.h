@@ -36,8 +36,8 @@ struct KrbRenewal
     std::string obstacle(const std::string& principal) const;
 };
 
-/// What is wrong with a path as a place for a credentials cache; empty if nothing is. libkrb5 reads what stands before a
-/// colon as a type, "FILE:/x" for instance, and the file that it then writes is not the one that would be deleted.
+/// What is wrong with a path as a place for a credentials cache; empty if nothing is. libkrb5 reads what stands before
+/// a colon as a type, "FILE:/x" for instance, and the file that it then writes is not the one that would be deleted.
 std::string obstacleToCache(const std::string& path);
 
 constexpr std::size_t kLongestKrbPassword = 8192;
