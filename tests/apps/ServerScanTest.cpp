@@ -141,12 +141,12 @@ TEST_F(ServerScanTest, TrustsTheGivenAuthorityAndNoneOfTheMachine)
         GTEST_SKIP() << obstacle;
     add("good", "good");
     const ReputationProcess server;
-    const ReputationProcess other;
+    const std::string strange = makeStrangeCa(m_place);
     SacrificialProcess process(
         [&]
         {
             giveMachineCas(server.caFile(), m_place);
-            scanning(server.address(), other.caFile()).run();
+            scanning(server.address(), strange).run();
         });
     EXPECT_EQ(process.wait(), 0);
     EXPECT_EQ(countUnknownFor("SSL peer certificate"), 1U);

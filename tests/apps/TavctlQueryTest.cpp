@@ -223,13 +223,13 @@ TEST_F(TavctlQueryTest, TrustsTheGivenAuthorityAndNoneOfTheMachine)
 {
     if (const std::string obstacle = obstacleToMachineCas(); !obstacle.empty())
         GTEST_SKIP() << obstacle;
-    const RawServer other([](const std::string&) { return ok("x"); });
+    const std::string strange = makeStrangeCa(m_place);
     SharedNotes notes;
     SacrificialProcess process(
         [&]
         {
             giveMachineCas(m_server.caFile(), m_place);
-            for (const std::string& ca : {m_server.caFile(), other.caFile()})
+            for (const std::string& ca : {m_server.caFile(), strange})
                 notes.add(runProgram({TAVCTL, "query", "--server", m_server.address(), "--ca", ca}).out);
         });
     EXPECT_EQ(process.wait(), 0);

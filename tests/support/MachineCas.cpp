@@ -53,4 +53,24 @@ void giveMachineCas(const std::string& caFile, const TemporaryDirectory& place)
     require(::mount(place.file("machine").c_str(), machineDirectory().c_str(), nullptr, MS_BIND, nullptr), "mount");
 }
 
+std::string makeStrangeCa(const TemporaryDirectory& place)
+{
+    const std::string file = place.file("strange.pem");
+    outputOf({"openssl",
+              "req",
+              "-x509",
+              "-newkey",
+              "ec",
+              "-pkeyopt",
+              "ec_paramgen_curve:P-256",
+              "-nodes",
+              "-subj",
+              "/CN=Strange authority",
+              "-keyout",
+              "/dev/null",
+              "-out",
+              file});
+    return file;
+}
+
 } // namespace TAV::test

@@ -16,4 +16,9 @@ std::string obstacleToMachineCas();
 /// @param place   gets a directory for it; must live as long as the process
 void giveMachineCas(const std::string& caFile, const TemporaryDirectory& place);
 
+/// Makes an authority that has signed nothing, under a name of its own: one with another's name would hide that.
+/// @param place  gets the file
+/// @return its certificate
+std::string makeStrangeCa(const TemporaryDirectory& place);
+
 } // namespace TAV::test
