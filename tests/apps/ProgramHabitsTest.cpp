@@ -11,6 +11,7 @@
 #include "common/Password.h"
 #include "common/Text.h"
 #include "endpoint_scan/Logger.h"
+#include "endpoint_scan/Types.h"
 #include "support/TemporaryDirectory.h"
 #include "tav/TAVSystemUtils.h"
 #include "tav/TAVUtils.h"
@@ -42,6 +43,13 @@ TEST(EndpointScanLoggerTest, WritesMaskedLinesAtOnce)
     EXPECT_THAT(text, HasSubstr("[info] [TAVUtils] " + kStarted + " /7za a -p**** /a.7z\\x1b[31m\n"));
     EXPECT_THAT(text, HasSubstr("[error] plain {} braces\n"));
     EXPECT_THAT(text, Not(HasSubstr("word /")));
+}
+
+TEST(EndpointScanLoggerTest, MakesNoDirectories)
+{
+    const TemporaryDirectory place;
+    EXPECT_THROW(endpointscan::makeSink(place.file("mistyped/log"), false), endpointscan::UsageError);
+    EXPECT_NE(::access(place.file("mistyped").c_str(), F_OK), 0);
 }
 
 TEST(KernelVersionTest, ReadsTheNumbersOfARelease)
