@@ -1,8 +1,8 @@
 #include "endpoint_scan/Application.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <filesystem>
+#include <functional>
 #include <memory>
 
 #include "common/GuardedUtils.h"
@@ -13,12 +13,13 @@
 #include "endpoint_scan/Interrupt.h"
 #include "endpoint_scan/Logger.h"
 #include "endpoint_scan/Options.h"
+#include "endpoint_scan/Outcome.h"
+#include "endpoint_scan/Output.h"
 #include "endpoint_scan/Progress.h"
 #include "endpoint_scan/Quarantine.h"
 #include "endpoint_scan/Report.h"
 #include "endpoint_scan/Scanner.h"
 #include "endpoint_scan/Sources.h"
-#include "endpoint_scan/WholeFiles.h"
 #include "tav/FMXException.h"
 #include "tav/QelArchiveUtils.h"
 #include "tav/TAVSystemUtils.h"
@@ -30,11 +31,6 @@ namespace endpointscan
 {
 namespace
 {
-
-void complain(const std::string& message)
-{
-    static_cast<void>(std::fputs(("endpoint_scan: " + message + "\n").c_str(), stderr));
-}
 
 /// The services, wired up as a daemon does it once at its start.
 class Services
@@ -51,10 +47,18 @@ public:
 
     TAV::ILogger& logger() { return m_logger; }
 
+    /// A scan makes the quarantine. It adds nothing to one that is not in order; that must not keep people from what
+    /// is in there, though.
     Quarantine openQuarantine(const Options& options, const std::string& password)
     {
         m_logger.hide(password);
-        return {options.quarantine, m_archives, password};
+        if (options.command == Command::Scan)
+            Quarantine::make(options.quarantine);
+        Quarantine quarantine(options.quarantine, m_archives, password);
+        if (!quarantine.leftover().empty() && options.command == Command::Scan)
+            throw std::runtime_error(quarantine.leftover());
+        complain(quarantine.leftover());
+        return quarantine;
     }
 
     /// Says on standard error, too, if there will be no limit: a scan can be long.
@@ -87,58 +91,9 @@ std::string passwordFor(const Options& options)
     }
 }
 
-void print(const std::string& text)
-{
-    if (std::fputs(text.c_str(), stdout) < 0 || std::fflush(stdout) != 0)
-        throw std::runtime_error("cannot write to standard output");
-}
-
-void writeReport(const Options& options, const Json& report)
-{
-    constexpr int kIndent = 2;
-    if (!options.json.empty())
-        writeAtomically(options.json, report.dump(kIndent) + "\n");
-}
-
 std::string now()
 {
     return timeText(std::time(nullptr));
-}
-
-/// Moves what is denied into the quarantine and notes in each finding what became of it.
-void quarantineDenied(Quarantine& quarantine, ScanReport& report)
-{
-    std::vector<Finding*> denied;
-    std::vector<RecordEntry> entries;
-    for (Finding& finding : report.findings)
-    {
-        if (finding.verdict != Verdict::Denied)
-            continue;
-        denied.push_back(&finding);
-        entries.push_back({finding.path, "", finding.facts});
-    }
-    if (denied.empty())
-        return;
-    const StoreResult result = quarantine.store(report.root, std::move(entries), isInterrupted);
-    report.archive = result.archive;
-    report.record = result.record;
-    for (std::size_t i = 0; i < denied.size(); ++i)
-    {
-        denied[i]->reason = result.problems[i];
-        if (result.problems[i].empty())
-            denied[i]->verdict = Verdict::Quarantined;
-    }
-}
-
-int exitCodeOf(const std::vector<Finding>& findings)
-{
-    if (countOf(findings, Verdict::Denied) > 0)
-        return isInterrupted() ? kInterrupted : kQuarantineFailed;
-    if (countOf(findings, Verdict::Failed) > 0)
-        return kNotAllExamined;
-    if (countOf(findings, Verdict::Unknown) > 0)
-        return kVerdictsMissing;
-    return countOf(findings, Verdict::Quarantined) > 0 ? kDenied : kClean;
 }
 
 std::vector<Finding>
@@ -177,31 +132,32 @@ int runScan(const Options& options)
     verdicts.reset(); // its connections are not needed while commands run
     const bool isComplete = !isInterrupted();
     if (isComplete)
-        quarantineDenied(quarantine, report);
+        quarantineDenied(quarantine, report, isInterrupted);
     report.finished = now();
-    report.exitCode = isComplete ? exitCodeOf(report.findings) : kInterrupted;
-    print(scanTable(report));
-    writeReport(options, scanJson(report));
+    report.exitCode = isComplete ? exitCodeOf(report.findings, isInterrupted()) : kInterrupted;
+    tell(options.json, scanJson(report), scanTable(report));
     return report.exitCode;
 }
 
-/// Restores one archive, and tells on standard error if it gives nothing.
-bool restoreInto(const Options& options,
-                 Quarantine& quarantine,
-                 const std::string& id,
-                 std::vector<RestoreResult>& results)
+/// Does something with an archive, and tells on standard error if that gives nothing.
+bool attempt(const std::string& id, const std::function<void()>& work)
 {
     try
     {
-        results.push_back(quarantine.restore(id, options.target, isInterrupted));
-        const std::vector<std::string>& problems = results.back().problems;
-        return std::all_of(problems.begin(), problems.end(), [](const std::string& text) { return text.empty(); });
+        work();
+        return true;
     }
     catch (const std::exception& error)
     {
-        complain(error.what());
+        complain(id + ": " + error.what());
         return false;
     }
+}
+
+bool isComplete(const RestoreResult& result)
+{
+    return std::all_of(
+        result.problems.begin(), result.problems.end(), [](const std::string& text) { return text.empty(); });
 }
 
 int runRestore(const Options& options)
@@ -211,16 +167,16 @@ int runRestore(const Options& options)
     Services services(options);
     Quarantine quarantine = services.openQuarantine(options, password);
     std::vector<RestoreResult> results;
-    bool isComplete = true;
-    const std::vector<std::string> ids =
-        options.archive.empty() ? quarantine.ids() : std::vector<std::string>(1, options.archive);
-    for (const std::string& id : ids)
-        isComplete = !isInterrupted() && restoreInto(options, quarantine, id, results) && isComplete;
-    int exitCode = isComplete ? kClean : kQuarantineFailed;
-    if (!isComplete && isInterrupted())
+    const auto restore = [&](const std::string& id)
+    { results.push_back(quarantine.restore(id, options.target, isInterrupted)); };
+    bool isDone = true;
+    for (const std::string& id : options.archive.empty() ? quarantine.ids() : std::vector<std::string>{options.archive})
+        isDone = !isInterrupted() && attempt(id, [&] { restore(id); }) && isDone;
+    isDone = isDone && std::all_of(results.begin(), results.end(), isComplete);
+    int exitCode = isDone ? kClean : kQuarantineFailed;
+    if (!isDone && isInterrupted())
         exitCode = kInterrupted;
-    print(restoreTable(results));
-    writeReport(options, restoreJson(results, exitCode));
+    tell(options.json, restoreJson(results, exitCode), restoreTable(results));
     return exitCode;
 }
 
@@ -229,11 +185,11 @@ int runList(const Options& options)
     Services services(options);
     const Quarantine quarantine = services.openQuarantine(options, "");
     std::vector<Record> records;
+    bool isDone = true;
     for (const std::string& id : quarantine.ids())
-        records.push_back(quarantine.record(id));
-    print(listTable(records));
-    writeReport(options, listJson(records));
-    return kClean;
+        isDone = attempt(id, [&] { records.push_back(quarantine.record(id)); }) && isDone;
+    tell(options.json, listJson(records), listTable(records));
+    return isDone ? kClean : kFailure;
 }
 
 int perform(const Options& options)
@@ -254,13 +210,10 @@ int perform(const Options& options)
 
 int run(int argc, const char* const* argv)
 {
-    int exitCode = kClean;
-    const std::optional<Options> options = parseOptions(argc, argv, exitCode);
-    if (!options)
-        return exitCode;
     try
     {
-        return perform(*options);
+        const std::optional<Options> options = parseOptions(argc, argv);
+        return options ? perform(*options) : kClean;
     }
     catch (const UsageError& error)
     {

@@ -30,7 +30,7 @@ struct Options
     std::string quarantine;
     std::string target;
     std::string archive; ///< restore: only this one; empty for all
-    std::string json;    ///< report file; empty for none
+    std::string json;    ///< where the report goes; empty for none
     unsigned int threads = 0;
     unsigned short cpuLimit = 0; ///< percentage of the whole machine; 0 for none
     programs::SecretSource password;
@@ -38,9 +38,9 @@ struct Options
     bool isVerbose = false;
 };
 
-/// Reads the command line. Help, version and complaints are printed here.
-/// @param exitCode  set when there is nothing to do
-/// @return the options, or nothing
-std::optional<Options> parseOptions(int argc, const char* const* argv, int& exitCode);
+/// Reads the command line. Help and version are printed here.
+/// @return the options, or nothing if there is nothing to do
+/// @throws UsageError  if it makes no sense
+std::optional<Options> parseOptions(int argc, const char* const* argv);
 
 } // namespace endpointscan

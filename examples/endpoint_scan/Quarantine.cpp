@@ -30,16 +30,20 @@ constexpr const char* kExtracted = "files";
 const std::string kRestorePrefix = ".restore-";
 constexpr const char* kCancelled = "interrupted";
 
-/// The directory as the archive tool gets it: absolute, and without what the tool takes for a wildcard.
-std::string madeDirectory(const std::string& directory)
+void requireNoWildcards(const std::string& path)
 {
-    if (directory.find_first_of("*?") != std::string::npos)
-        throw UsageError(programs::printable(directory) + ": the archive tool would take * and ? as wildcards");
-    if (::mkdir(directory.c_str(), kPrivateDirectory) != 0 && errno != EEXIST)
-        fail("cannot make " + directory);
-    std::string path = std::filesystem::canonical(directory).string();
     if (path.find_first_of("*?") != std::string::npos)
         throw UsageError(programs::printable(path) + ": the archive tool would take * and ? as wildcards");
+}
+
+/// The directory as the archive tool gets it: absolute, and without what the tool takes for a wildcard.
+std::string existingDirectory(const std::string& directory)
+{
+    std::error_code error;
+    std::string path = std::filesystem::canonical(directory, error).string();
+    if (error)
+        throw std::runtime_error(programs::printable(directory) + ": no such quarantine: " + error.message());
+    requireNoWildcards(path);
     return path;
 }
 
@@ -175,26 +179,32 @@ Record takeAll(Staging& staging,
 
 /// Tells for each file why it is not in the archive: the reason that holds for all, and what kept it from its old
 /// place.
-void addProblems(const Record& planned,
-                 const std::string& reason,
-                 const Staging::Problems& kept,
-                 std::vector<std::string>& problems)
+void addProblems(const Record& planned, const std::string& reason, const Staging::Problems& kept, StoreResult& result)
 {
     for (std::size_t i = 0; i < planned.files.size(); ++i)
     {
-        std::string& problem = problems[i];
+        std::string& problem = result.problems[i];
         if (problem.empty())
             problem = reason;
         const auto found = kept.find(planned.files[i].storedAs);
-        if (found != kept.end())
-            problem += (problem.empty() ? "" : "; ") + found->second;
+        if (found == kept.end())
+            continue;
+        problem += (problem.empty() ? "" : "; ") + found->second;
+        result.setAside.insert(i);
     }
 }
 
 } // namespace
 
+void Quarantine::make(const std::string& directory)
+{
+    requireNoWildcards(directory);
+    if (::mkdir(directory.c_str(), kPrivateDirectory) != 0 && errno != EEXIST)
+        fail("cannot make " + directory);
+}
+
 Quarantine::Quarantine(const std::string& directory, TAV::IQelArchiveUtils& archives, std::string password)
-    : m_path(madeDirectory(directory)), m_directory(openDirectory(m_path)), m_archives(archives),
+    : m_path(existingDirectory(directory)), m_directory(openDirectory(m_path)), m_archives(archives),
       m_password(std::move(password))
 {
     requirePrivate(m_directory.get(), m_path);
@@ -219,16 +229,23 @@ void Quarantine::recover()
     std::string problems;
     for (const std::string& name : namesIn(m_directory.get()))
     {
-        if (name.rfind(kRestorePrefix, 0) == 0)
-            removeTree(m_directory.get(), name);
-        if (!Staging::isName(name))
-            continue;
-        for (const auto& problem : Staging::recover(m_directory.get(), name))
-            problems += "\n" + problem.second;
+        try
+        {
+            if (name.rfind(kRestorePrefix, 0) == 0)
+                removeTree(m_directory.get(), name);
+            if (!Staging::isName(name))
+                continue;
+            for (const auto& problem : Staging::recover(m_directory.get(), name))
+                problems += "\n" + problem.second;
+        }
+        catch (const std::exception& error)
+        {
+            problems += std::string("\n") + error.what();
+        }
     }
     if (!problems.empty())
-        throw std::runtime_error(m_path +
-                                 ": an earlier run was broken off, and not all could be put right:" + problems);
+        m_leftover = m_path + ": an earlier run was broken off, and not all could be put right:" + problems +
+                     "\nFree the place and run again; or move the file out of its staging directory, and remove that.";
 }
 
 Identity Quarantine::identity() const
@@ -280,7 +297,6 @@ Quarantine::store(const std::string& root, std::vector<RecordEntry> files, const
 
     Staging staging(m_directory.get(), planned);
     const Record taken = takeAll(staging, planned, result.problems, isCancelled);
-    Staging::Problems kept;
     std::string reason;
     try
     {
@@ -297,8 +313,7 @@ Quarantine::store(const std::string& root, std::vector<RecordEntry> files, const
         reason = error.what();
         discard(taken.id);
     }
-    kept = reason.empty() ? staging.commit(taken) : staging.putBack();
-    addProblems(planned, reason, kept, result.problems);
+    addProblems(planned, reason, reason.empty() ? staging.commit(taken) : staging.putBack(), result);
     return result;
 }
 
@@ -325,11 +340,11 @@ Quarantine::restore(const std::string& id, const std::string& target, const std:
 {
     const std::vector<std::string> known = ids();
     if (std::find(known.begin(), known.end(), id) == known.end())
-        throw std::runtime_error(programs::printable(id) + ": no such archive in " + m_path);
+        throw std::runtime_error("no such archive in " + m_path);
     const Workplace work(m_directory.get(), kRestorePrefix + id);
     const std::string extractedPath = work.name() + "/" + kExtracted;
     if (!m_archives.extractArchive(pathOf(archiveName(id)), pathOf(extractedPath), m_password))
-        throw std::runtime_error(id + ": the archive tool failed: wrong password, damaged archive, or no room");
+        throw std::runtime_error("the archive tool failed: wrong password, damaged archive, or no room");
 
     const Fd extracted = openBelow(m_directory.get(), extractedPath);
     RestoreResult result{recordFromText(readAt(extracted.get(), kRecordInArchive)), {}};

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -18,7 +19,8 @@ struct StoreResult
 {
     std::string archive;               ///< path; empty if there is none
     std::string record;                ///< path of the plain copy of its record
-    std::vector<std::string> problems; ///< one per file: why it is still in its place, empty if it is in the archive
+    std::vector<std::string> problems; ///< one per file: why it is not in the archive, empty if it is
+    std::set<std::size_t> setAside;    ///< which of them are not in their places either, but in the staging directory
 };
 
 /// What became of the files of an archive.
@@ -35,12 +37,18 @@ struct RestoreResult
 class Quarantine
 {
 public:
-    /// Opens the directory, making it if it is missing, locks it, and puts back what a crash left half moved.
-    /// @throws std::runtime_error, std::system_error  if that fails, or if another process works in it
+    /// Makes the directory, if it is missing.
+    static void make(const std::string& directory);
+
+    /// Opens the directory, locks it, and puts back what a crash left half moved.
+    /// @throws std::runtime_error, std::system_error  if there is none, or if another process works in it
     Quarantine(const std::string& directory, TAV::IQelArchiveUtils& archives, std::string password);
 
+    /// What a crash left and could not be put back, with what to do about it; empty if there is no such thing.
+    const std::string& leftover() const { return m_leftover; }
+
     /// Moves files into a new archive. Files that cannot be moved stay in their place; if the archive fails, all are
-    /// put back.
+    /// put back, as far as their places are free.
     /// @param root         the directory that the paths are below, absolute
     /// @param files        `storedAs` is filled in here
     /// @param isCancelled  asked between the steps; when it says so, all are put back
@@ -73,6 +81,7 @@ private:
     Fd m_lock;
     TAV::IQelArchiveUtils& m_archives;
     std::string m_password;
+    std::string m_leftover;
 };
 
 } // namespace endpointscan

@@ -118,6 +118,11 @@ void addBytes(Json& object, const std::string& name, const std::string& bytes)
     object[name + kEncoded] = encoded;
 }
 
+std::string placeOf(const Record& record, const RecordEntry& entry)
+{
+    return (record.root == "/" ? "" : record.root) + "/" + entry.path;
+}
+
 std::string toText(const Record& record)
 {
     Json files = Json::array();

@@ -32,6 +32,9 @@ struct Record
     std::vector<RecordEntry> files;
 };
 
+/// Where a file was, absolute.
+std::string placeOf(const Record& record, const RecordEntry& entry);
+
 /// The record as JSON text. Names that are not UTF-8 stand there in base64, so that nothing is lost.
 std::string toText(const Record& record);
 

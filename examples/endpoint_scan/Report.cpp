@@ -22,9 +22,10 @@ struct VerdictNames
     const char* inJson;
 };
 
-constexpr std::array<VerdictNames, 6> kVerdicts{{
+constexpr std::array<VerdictNames, 7> kVerdicts{{
     {Verdict::Clean, "clean", "clean"},
     {Verdict::Denied, "DENIED, IN PLACE", "denied"},
+    {Verdict::SetAside, "DENIED, SET ASIDE", "set_aside"},
     {Verdict::Quarantined, "QUARANTINED", "quarantined"},
     {Verdict::Unknown, "UNKNOWN", "unknown"},
     {Verdict::Skipped, "skipped", "skipped"},
@@ -38,8 +39,11 @@ const VerdictNames& namesOf(Verdict verdict)
 }
 
 /// Columns as wide as their widest text; the last one is not filled up.
-std::string table(const std::vector<Row>& rows)
+/// @param whenEmpty  what to say instead of a heading alone
+std::string table(const std::vector<Row>& rows, const std::string& whenEmpty)
 {
+    if (rows.size() == 1)
+        return whenEmpty;
     std::vector<std::size_t> widths(rows.front().size(), 0);
     for (const Row& row : rows)
     {
@@ -112,19 +116,25 @@ Json summaryOf(const std::vector<Finding>& findings)
     return summary;
 }
 
-std::string summaryText(const ScanReport& report)
+/// "3 entries: 2 clean, 1 skipped".
+std::string countsText(const std::vector<Finding>& findings)
 {
-    std::string text = std::to_string(report.findings.size()) + " entries:";
-    const char* separator = " ";
+    std::string text = std::to_string(findings.size()) + (findings.size() == 1 ? " entry" : " entries");
+    const char* separator = ": ";
     for (const VerdictNames& names : kVerdicts)
     {
-        const std::size_t count = countOf(report.findings, names.verdict);
-        if (count > 0)
-        {
-            text += separator + std::to_string(count) + " " + names.inTable;
-            separator = ", ";
-        }
+        const std::size_t count = countOf(findings, names.verdict);
+        if (count == 0)
+            continue;
+        text += separator + std::to_string(count) + " " + names.inTable;
+        separator = ", ";
     }
+    return text;
+}
+
+std::string summaryText(const ScanReport& report)
+{
+    std::string text = countsText(report.findings);
     if (report.cpuLimit.percent != 0)
         text += std::string("\nCPU limit:          ") + (report.cpuLimit.isInForce ? "" : "NOT IN FORCE: ") +
                 report.cpuLimit.explanation;
@@ -151,7 +161,7 @@ std::string scanTable(const ScanReport& report)
 {
     std::vector<Row> rows{{"RESULT", "SOURCE", "MS", "TLS MS", "TYPE", "SHA-256", "FILE"}};
     std::transform(report.findings.begin(), report.findings.end(), std::back_inserter(rows), rowOf);
-    return table(rows) + "\n" + summaryText(report);
+    return table(rows, "") + (report.findings.empty() ? "" : "\n") + summaryText(report);
 }
 
 Json scanJson(const ScanReport& report)
@@ -201,7 +211,7 @@ std::string restoreTable(const std::vector<RestoreResult>& results)
                             result.record.id,
                             withReason(result.record.files[i].path, result.problems[i])});
     }
-    return table(rows);
+    return table(rows, "nothing was restored\n");
 }
 
 Json restoreJson(const std::vector<RestoreResult>& results, int exitCode)
@@ -233,9 +243,9 @@ std::string listTable(const std::vector<Record>& records)
                             entry.facts.mimeType,
                             std::to_string(entry.facts.size),
                             modeText(entry.facts.mode),
-                            programs::printable(record.root + "/" + entry.path)});
+                            programs::printable(placeOf(record, entry))});
     }
-    return table(rows);
+    return table(rows, "nothing to list\n");
 }
 
 Json listJson(const std::vector<Record>& records)

@@ -6,7 +6,6 @@
 #include <fstream>
 
 #include "common/QueryText.h"
-#include "common/StandardDescriptors.h"
 #include "common/Text.h"
 #include "endpoint_scan/CappedCurl.h"
 #include "endpoint_scan/DenyListVerdicts.h"
@@ -63,6 +62,8 @@ std::unique_ptr<Verdicts> makeVerdicts(const Options& options, TAV::ILogger& log
     if (!options.denyList.empty())
     {
         DenyList list = DenyList::load(options.denyList);
+        if (list.size() == 0)
+            throw UsageError(programs::printable(options.denyList) + ": no digests");
         report.denyList = options.denyList;
         report.denied = list.size();
         return std::make_unique<DenyListVerdicts>(std::move(list));
@@ -73,7 +74,6 @@ std::unique_ptr<Verdicts> makeVerdicts(const Options& options, TAV::ILogger& log
     requireReadable(options.caFile);
     report.server = options.server;
     report.proxy = options.proxy;
-    programs::ignoreBrokenPipes();
     auto ticket = makeTicket(options, logger, report);
     auto log = std::make_unique<programs::QueryLog>(logger);
     auto client = std::make_unique<TAV::CurlWrapper>(*log, std::make_shared<CappedCurl>());

@@ -16,7 +16,8 @@ struct ScanReport;
 /// here; if there is none, the report says why, and the scan will try without.
 /// @param logger  gets the client's lines; must outlive the source
 /// @param report  gets what the source is
-/// @throws UsageError  if the deny list, the name of the server or its CA file make no sense, or the account
+/// @throws UsageError  if the deny list, which must not be empty, the name of the server or its CA file make no sense,
+/// or the account
 ///                     of the ticket
 /// @throws TAV::FMXException  if libcurl cannot be used
 std::unique_ptr<Verdicts> makeVerdicts(const Options& options, TAV::ILogger& logger, ScanReport& report);

@@ -174,9 +174,9 @@ Staging::Problems Staging::putBack()
         }
         catch (const std::exception& error)
         {
-            problems[entry.storedAs] = programs::printable(m_record.root + "/" + entry.path) +
-                                       " could not be put back (" + error.what() + ") and is kept as " + m_name + "/" +
-                                       kOriginals + "/" + entry.storedAs;
+            problems[entry.storedAs] = programs::printable(placeOf(m_record, entry)) + " could not be put back (" +
+                                       error.what() + ") and is kept as " + m_name + "/" + kOriginals + "/" +
+                                       entry.storedAs;
         }
     }
     if (problems.empty())

@@ -47,6 +47,7 @@ enum class Verdict
 {
     Clean,       ///< examined, nothing known against it
     Denied,      ///< must not be here, and still is in its place
+    SetAside,    ///< must not be here, and is in neither place, but kept in the staging directory
     Quarantined, ///< must not be here, and is in the quarantine now
     Unknown,     ///< examined, but nobody could tell whether it is denied
     Skipped,     ///< not a regular file

@@ -17,6 +17,7 @@ using ::testing::AllOf;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Not;
+using ::testing::StartsWith;
 
 namespace fs = std::filesystem;
 
@@ -32,8 +33,11 @@ protected:
             GTEST_SKIP() << "the archive tool is not at " ARCHIVE_TOOL;
         fs::create_directories(tree() + "/sub");
         m_place.write("pw", "pass word");
-        m_place.write("deny", "");
+        m_place.write("deny", kOther);
     }
+
+    /// On each deny list, as an empty one is refused.
+    const std::string kOther = std::string(64, '0') + "\n";
 
     std::string tree() const { return m_place.file("files"); }
 
@@ -99,9 +103,12 @@ TEST_F(EndpointScanTest, ACleanTreeGivesCodeZero)
     add("a", "harmless", false);
     const ProgramResult result = scanned();
     EXPECT_EQ(result.exitCode, 0) << result.err;
-    EXPECT_THAT(result.out, AllOf(HasSubstr("clean"), HasSubstr("1 entries: 1 clean\n")));
-    EXPECT_EQ(report().at("summary"),
-              json::parse(R"({"clean": 1, "denied": 0, "quarantined": 0, "unknown": 0, "skipped": 0, "failed": 0})"));
+    EXPECT_THAT(result.out, AllOf(HasSubstr("clean"), HasSubstr("1 entry: 1 clean\n")));
+    json expected;
+    for (const char* verdict : {"denied", "set_aside", "quarantined", "unknown", "skipped", "failed"})
+        expected[verdict] = 0;
+    expected["clean"] = 1;
+    EXPECT_EQ(report().at("summary"), expected);
     EXPECT_FALSE(report().contains("archive"));
 }
 
@@ -173,7 +180,8 @@ TEST_F(EndpointScanTest, AnUnreadableFileGivesCodeThree)
     ::chmod((tree() + "/secret").c_str(), 0);
     const ProgramResult result = run.run();
     EXPECT_EQ(result.exitCode, 3) << result.err;
-    EXPECT_THAT(result.out, AllOf(HasSubstr("NOT EXAMINED"), HasSubstr("secret  (cannot open secret: Permission denied)\n")));
+    EXPECT_THAT(result.out,
+                AllOf(HasSubstr("NOT EXAMINED"), HasSubstr("secret  (cannot open secret: Permission denied)\n")));
     EXPECT_EQ(report().at("summary").at("failed"), 1);
 }
 
@@ -183,6 +191,13 @@ TEST_F(EndpointScanTest, BadArgumentsGiveCodeTwoAndDoNothing)
     const std::string deny = m_place.file("deny");
     const std::string q = m_place.file("q");
     const std::string pw = m_place.file("pw");
+    const std::string pipe = m_place.file("pipe");
+    const std::string link = m_place.file("link");
+    ::mkfifo(pipe.c_str(), 0600);
+    fs::create_symlink(pw, link);
+    const auto listing = [&q](const char* option, const std::string& value) -> std::vector<std::string> {
+        return {"list", "--quarantine", q, option, value};
+    };
     struct Case
     {
         std::vector<std::string> arguments;
@@ -204,7 +219,19 @@ TEST_F(EndpointScanTest, BadArgumentsGiveCodeTwoAndDoNothing)
         {{"scan", tree(), "--deny-list", deny, "--quarantine", q, "--password-file", pw, "--threads", "0"},
          "--threads"},
         {{"scan", tree(), "--deny-list", deny, "--quarantine", q + "*", "--password-file", pw}, "wildcards"},
+        {{"scan", tree(), "--deny-list", m_place.write("none", "# none\n"), "--quarantine", q, "--password-file", pw},
+         "none: no digests"},
+        {{"scan", tree(), "--deny-list", "", "--quarantine", q, "--password-file", pw},
+         "--deny-list: the name is missing"},
         {{"restore", "--quarantine", q}, "--to"},
+        {{"restore", "--quarantine", q, "--to", tree(), "--archive", ""}, "--archive: the name is missing"},
+        {listing("--json", ""), "--json: the name is missing"},
+        {listing("--json", pipe), "pipe: not a regular file"},
+        {listing("--json", link), "link: not a regular file"},
+        {listing("--json", tree() + "/"), "files/: not a regular file"},
+        {listing("--json", m_place.file("nowhere/report.json")), "nowhere/report.json: No such file"},
+        {listing("--json", m_place.file(std::string(256, 'n'))), "File name too long"},
+        {listing("--log", m_place.file("nowhere/log")), "nowhere/log: No such file"},
     };
     for (const Case& c : cases)
     {
@@ -212,10 +239,23 @@ TEST_F(EndpointScanTest, BadArgumentsGiveCodeTwoAndDoNothing)
         argv.insert(argv.begin(), ENDPOINT_SCAN);
         const ProgramResult result = runProgram(argv);
         EXPECT_EQ(result.exitCode, 2) << ::testing::PrintToString(c.arguments) << result.err;
-        EXPECT_THAT(result.err, HasSubstr(c.reason)) << ::testing::PrintToString(c.arguments);
+        EXPECT_THAT(result.err, AllOf(StartsWith("endpoint_scan: "), HasSubstr(c.reason)))
+            << ::testing::PrintToString(c.arguments);
     }
+    EXPECT_TRUE(fs::is_fifo(pipe));
+    EXPECT_TRUE(fs::is_symlink(link));
+    EXPECT_FALSE(fs::exists(m_place.file("nowhere")));
     EXPECT_EQ(readFile(tree() + "/bad"), "bad");
     EXPECT_FALSE(fs::exists(q));
+}
+
+TEST_F(EndpointScanTest, EveryLineOfAComplaintTellsWhoComplains)
+{
+    m_place.write("deny", "x\ny\x1b\n");
+    const std::string name = "endpoint_scan: " + m_place.file("deny");
+    EXPECT_EQ(scanned().err,
+              name + ":1: not a SHA-256 digest (64 hexadecimal digits): \"x\"\n" + name +
+                  ":2: not a SHA-256 digest (64 hexadecimal digits): \"y\\x1b\"\n");
 }
 
 TEST_F(EndpointScanTest, HelpListsTheExitCodes)
@@ -223,6 +263,12 @@ TEST_F(EndpointScanTest, HelpListsTheExitCodes)
     const ProgramResult result = runProgram({ENDPOINT_SCAN, "--help"});
     EXPECT_EQ(result.exitCode, 0);
     EXPECT_THAT(result.out, AllOf(HasSubstr("Exit codes:\n  0 "), HasSubstr("\n  130 "), HasSubstr("Examples:")));
+    for (const char* subcommand : {"scan", "restore", "list"})
+    {
+        const std::string help = runProgram({ENDPOINT_SCAN, subcommand, "--help"}).out;
+        EXPECT_THAT(help, HasSubstr(std::string("Examples:\n  endpoint_scan ") + subcommand));
+        EXPECT_EQ(help.find("deny list") != std::string::npos, subcommand == std::string("scan")) << subcommand;
+    }
     EXPECT_EQ(runProgram({ENDPOINT_SCAN, "--version"}).out, "endpoint_scan " TAV_VERSION "\n");
 }
 
@@ -292,12 +338,94 @@ TEST_F(EndpointScanTest, TheLogHidesThePassword)
 
 TEST_F(EndpointScanTest, AReportThatCannotBeWrittenGivesCodeFive)
 {
-    add("good", "x", false);
+    add("bad", "bad", true);
+    for (int i = 0; i < 200; ++i)
+        add("good" + std::to_string(i), "x", false);
     ProgramRun run = scanning();
-    run.argv.back() = m_place.file("nowhere/report.json");
+    run.argv.insert(run.argv.begin(), {"/bin/sh", "-c", "trap '' XFSZ; exec \"$@\"", "sh"});
+    run.fileSizeLimit = 50'000; // enough for all but the report
     const ProgramResult result = run.run();
     EXPECT_EQ(result.exitCode, 5);
-    EXPECT_THAT(result.err, HasSubstr("No such file or directory"));
+    EXPECT_THAT(result.err, HasSubstr("cannot write: File too large"));
+    EXPECT_THAT(result.out, HasSubstr("QUARANTINED"));
+    EXPECT_FALSE(fs::exists(m_place.file("report.json")));
+}
+
+TEST_F(EndpointScanTest, AReportMayGoToStandardOutputInPlaceOfTheTable)
+{
+    add("good", "x", false);
+    ProgramRun run = scanning();
+    run.argv.back() = "-";
+    EXPECT_EQ(json::parse(run.run().out).at("summary").at("clean"), 1);
+}
+
+/// How a scan is run whose table nobody gets.
+class UnreadScanTest : public EndpointScanTest, public ::testing::WithParamInterface<const char*>
+{
+};
+
+TEST_P(UnreadScanTest, WritesTheReportAndGivesCodeFive)
+{
+    add("bad", "bad", true);
+    ProgramRun run = scanning();
+    run.argv.insert(run.argv.begin(), {"/bin/sh", "-c", GetParam(), "sh"});
+    run.directory = m_place.path();
+    const ProgramResult result = run.run();
+    EXPECT_EQ(result.exitCode, 5);
+    EXPECT_EQ(result.err, "endpoint_scan: cannot write to standard output\n");
+    EXPECT_EQ(report().at("summary").at("quarantined"), 1);
+}
+
+INSTANTIATE_TEST_SUITE_P(OntoAFullDisk, UnreadScanTest, ::testing::Values("exec \"$@\" >/dev/full"));
+// Opened both ways first, as a pipe cannot be opened for writing alone before it has a reader.
+INSTANTIATE_TEST_SUITE_P(IntoAPipeWithoutAReader,
+                         UnreadScanTest,
+                         ::testing::Values("mkfifo p; exec 3<>p; exec >p 3<&-; exec \"$@\""));
+
+TEST_F(EndpointScanTest, AMistypedQuarantineIsNotMade)
+{
+    const std::string q = m_place.file("q");
+    const std::vector<std::string> commands[] = {
+        {ENDPOINT_SCAN, "list", "--quarantine", q},
+        {ENDPOINT_SCAN, "restore", "--quarantine", q, "--to", tree(), "--password-file", m_place.file("pw")},
+    };
+    for (const std::vector<std::string>& command : commands)
+    {
+        const ProgramResult result = runProgram(command);
+        EXPECT_EQ(result.exitCode, 5) << command[1];
+        EXPECT_THAT(result.err, HasSubstr(q + ": no such quarantine: No such file or directory")) << command[1];
+        EXPECT_FALSE(fs::exists(q)) << command[1];
+    }
+}
+
+TEST_F(EndpointScanTest, AnUnreadableRecordDoesNotHideTheOthers)
+{
+    add("bad", "bad", true);
+    scanned();
+    m_place.write("q/0-stray.7z", "");
+    const ProgramResult result = runProgram({ENDPOINT_SCAN, "list", "--quarantine", m_place.file("q")});
+    EXPECT_EQ(result.exitCode, 5);
+    EXPECT_EQ(result.err, "endpoint_scan: 0-stray: cannot open 0-stray.json: No such file or directory\n");
+    EXPECT_THAT(result.out, HasSubstr(fs::canonical(tree()).string() + "/bad\n"));
+}
+
+TEST_F(EndpointScanTest, WhatACrashLeftKeepsNobodyFromTheArchives)
+{
+    add("bad", "bad", true);
+    scanned();
+    fs::create_directories(m_place.file("q/.staging-x/originals"));
+    m_place.write("q/.staging-x/originals/0001-ab", "whose?");
+    const ProgramResult scan = scanned();
+    EXPECT_EQ(scan.exitCode, 5);
+    const ProgramResult list = runProgram({ENDPOINT_SCAN, "list", "--quarantine", m_place.file("q")});
+    EXPECT_EQ(list.exitCode, 0);
+    EXPECT_THAT(list.out, HasSubstr("/bad\n"));
+    const ProgramResult back = restored();
+    EXPECT_EQ(back.exitCode, 0);
+    EXPECT_EQ(readFile(m_place.file("back/bad")), "bad");
+    for (const ProgramResult* result : {&scan, &list, &back})
+        EXPECT_THAT(result->err, AllOf(HasSubstr(".staging-x holds files"), HasSubstr("or move the file out")));
+    EXPECT_EQ(readFile(m_place.file("q/.staging-x/originals/0001-ab")), "whose?");
 }
 
 TEST_F(EndpointScanTest, TwoScansDoNotShareAQuarantine)
@@ -340,7 +468,7 @@ protected:
     {
         fs::remove_all(m_place.file("q"));
         fs::remove_all(m_place.file("back"));
-        std::ofstream(m_place.file("deny")).close();
+        m_place.write("deny", kOther);
         for (const char* name : {"bad", "sub/bad"})
             add(name, name, true);
     }

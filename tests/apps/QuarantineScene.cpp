@@ -40,6 +40,7 @@ endpointscan::RecordEntry QuarantineScene::denied(const std::string& path, const
 
 endpointscan::Quarantine QuarantineScene::open(const std::string& password)
 {
+    endpointscan::Quarantine::make(quarantinePath());
     return {quarantinePath(), m_archives, password};
 }
 

@@ -54,6 +54,14 @@ TEST(RecordTest, SaysForPeopleWhatItSaysForPrograms)
     EXPECT_EQ(object["files"][0]["modified"], "1969-12-31T23:59:55Z");
 }
 
+TEST(RecordTest, TellsWhereAFileWas)
+{
+    Record record = example("etc/x");
+    EXPECT_EQ(placeOf(record, record.files[0]), "/root dir\xff/etc/x");
+    record.root = "/";
+    EXPECT_EQ(placeOf(record, record.files[0]), "/etc/x");
+}
+
 TEST(RecordTest, RefusesPlacesOutside)
 {
     for (const char* path : {"/etc/passwd", "../x", "a/../../x", "a//b", "a/./b", "a/", "", "..", "."})

@@ -157,9 +157,8 @@ TEST_F(ServerScanTest, LosesNothingOfManyFilesWithFourThreads)
     const ReputationProcess server(addMany(300, 10));
     const ProgramResult result = scanned(server);
     EXPECT_EQ(result.exitCode, 1) << result.err;
-    EXPECT_EQ(
-        summary(),
-        json::parse(R"({"clean": 290, "denied": 0, "quarantined": 10, "unknown": 0, "skipped": 0, "failed": 0})"));
+    EXPECT_EQ(countOf("clean"), 290U);
+    EXPECT_EQ(countOf("quarantined"), 10U);
     EXPECT_EQ(report().at("files").size(), 300U);
 }
 

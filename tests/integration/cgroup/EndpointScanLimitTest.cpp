@@ -21,7 +21,7 @@ protected:
     {
         KernelCgroupTest::SetUp();
         std::filesystem::create_directory(m_directory.file("tree"));
-        m_directory.write("deny.txt", "# nothing\n");
+        m_directory.write("deny.txt", std::string(64, '0') + "\n");
         m_directory.write("password.txt", "secret\n");
         m_directory.write("tree/small", "content");
     }
