@@ -61,8 +61,8 @@ krb5_data copyOf(const char* text)
 /// A renewal written straight upon libkrb5: the same calls in the same order.
 void renewPlainly(const std::string& principalName, const std::string& cache, const std::string& keytabPath, bool ask)
 {
-    std::remove(cache.c_str());
-    std::remove(keytabPath.c_str());
+    static_cast<void>(std::remove(cache.c_str()));
+    static_cast<void>(std::remove(keytabPath.c_str()));
     krb5_context context = nullptr;
     check(krb5_init_context(&context));
     krb5_principal principal = nullptr;

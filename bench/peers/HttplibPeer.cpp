@@ -12,7 +12,7 @@ Connect httplibClient()
     return [](const Question& question) -> Work
     {
         auto client = std::make_shared<httplib::SSLClient>("localhost", question.port);
-        client->set_ca_cert_path(question.caFile.c_str());
+        client->set_ca_cert_path(question.caFile);
         client->enable_server_certificate_verification(true);
         client->set_keep_alive(true);
         client->set_tcp_nodelay(true);

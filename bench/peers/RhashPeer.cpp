@@ -22,8 +22,8 @@ Work rhashOf(const std::string& path)
                 "librhash");
         static_cast<void>(std::fclose(file));
         std::array<char, 128> text{};
-        for (const unsigned int id : {RHASH_MD5, RHASH_SHA1, RHASH_SHA256})
-            require(rhash_print(text.data(), context, id, RHPR_HEX) != 0, "rhash_print");
+        for (const rhash_ids id : {RHASH_MD5, RHASH_SHA1, RHASH_SHA256})
+            require(rhash_print(text.data(), context, static_cast<unsigned int>(id), RHPR_HEX) != 0, "rhash_print");
         rhash_free(context);
     };
 }
