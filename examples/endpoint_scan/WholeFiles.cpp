@@ -1,6 +1,7 @@
 #include "endpoint_scan/WholeFiles.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
@@ -170,6 +171,8 @@ void linkOrCopy(int fromDirectory, const std::string& fromName, int toDirectory,
 
 void writeAtomically(int directory, const std::string& name, const std::string& content)
 {
+    if (existsAt(directory, name) && !S_ISREG(statusAt(directory, name).st_mode))
+        throw std::system_error(std::make_error_code(std::errc::file_exists), name + " is not a regular file");
     Partial file(directory);
     writeAll(file.fd(), content.data(), content.size());
     syncFile(file.fd());

@@ -14,7 +14,8 @@ void moveFile(int fromDirectory, const std::string& fromName, int toDirectory, c
 /// Gives a file a second name, or copies it where the file system has no second names.
 void linkOrCopy(int fromDirectory, const std::string& fromName, int toDirectory, const std::string& toName);
 
-/// Writes a file, and replaces a former one.
+/// Writes a file, and replaces a former one. A link, a device or whatever else is no regular file stays, and makes it
+/// fail.
 void writeAtomically(int directory, const std::string& name, const std::string& content);
 /// The same by path.
 void writeAtomically(const std::string& path, const std::string& content);

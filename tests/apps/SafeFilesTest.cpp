@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -90,6 +91,20 @@ TEST(WholeFilesTest, WritesUnderAnyNamePastTheLeftoversOfAKilledProcess)
         EXPECT_EQ(TAV::test::readFile(path), text);
     }
     EXPECT_EQ(std::distance(fs::directory_iterator(place.path()), fs::directory_iterator()), 2);
+}
+
+TEST(WholeFilesTest, ReplaceNothingButRegularFiles)
+{
+    const TAV::test::TemporaryDirectory place;
+    const std::string target = place.write("target", "before");
+    fs::create_symlink(target, place.file("link"));
+    ASSERT_EQ(::mkfifo(place.file("fifo").c_str(), 0600), 0);
+    for (const char* name : {"link", "fifo"})
+        EXPECT_THROW(endpointscan::writeAtomically(place.file(name), "after"), std::system_error);
+    EXPECT_TRUE(fs::is_symlink(place.file("link")));
+    EXPECT_TRUE(fs::is_fifo(place.file("fifo")));
+    EXPECT_EQ(TAV::test::readFile(target), "before");
+    EXPECT_EQ(std::distance(fs::directory_iterator(place.path()), fs::directory_iterator()), 3) << "nothing is left";
 }
 
 } // namespace
