@@ -20,7 +20,7 @@ namespace reputationserver
 {
 
 /// An HTTPS server on 127.0.0.1 that answers POST /1. Each connection has a thread of its own, so that none waits for
-/// another one.
+/// another one, as long as threads are to be had.
 class Server
 {
 public:
@@ -45,7 +45,7 @@ public:
     /// Whether `serve` has come so far that `stop` ends it.
     bool isServing() const;
 
-    /// Ends the answers that are being waited for, and the listening. Any thread.
+    /// Ends the listening and the delays of answers, and after two seconds what is still under way then. Any thread.
     void stop();
 
 private:
@@ -55,9 +55,11 @@ private:
     Handler m_handler;
     unsigned int m_delayMs;
     std::mutex m_mutex;
-    std::condition_variable m_stopping;
+    std::condition_variable m_changed;
     bool m_isStopped = false;
+    bool m_hasEnded = false;
     int m_listener = -1; ///< the server library's own descriptor
+    int m_port = 0;
     std::unique_ptr<httplib::SSLServer> m_server;
 };
 

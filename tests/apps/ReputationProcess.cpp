@@ -9,14 +9,18 @@
 namespace TAV::test
 {
 
-ReputationProcess::ReputationProcess(const std::vector<std::string>& malicious, const std::vector<std::string>& options)
+ReputationProcess::ReputationProcess(const std::vector<std::string>& malicious,
+                                     const std::vector<std::string>& options,
+                                     const std::vector<std::string>& launcher)
 {
     std::string list;
     for (const std::string& digest : malicious)
         list += digest + "\n";
     const std::string readyFile = m_place.file("ready");
     ServerProgram program;
-    program.argv = {REPUTATION_SERVER, "--list", m_place.write("list", list), "--ready-file", readyFile};
+    program.argv = launcher;
+    program.argv.insert(program.argv.end(),
+                        {REPUTATION_SERVER, "--list", m_place.write("list", list), "--ready-file", readyFile});
     program.argv.insert(program.argv.end(), options.begin(), options.end());
     program.outputFile = m_place.write("output", "");
     program.environment = {"TMPDIR=" + m_place.path()};

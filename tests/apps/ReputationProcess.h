@@ -16,8 +16,10 @@ class ReputationProcess
 public:
     /// Starts it, and waits until it listens.
     /// @param malicious  the digests on its list
+    /// @param launcher   a program and its arguments that run the server as their last ones, with the same process id
     explicit ReputationProcess(const std::vector<std::string>& malicious = {},
-                               const std::vector<std::string>& options = {});
+                               const std::vector<std::string>& options = {},
+                               const std::vector<std::string>& launcher = {});
 
     std::string address(const std::string& host = "localhost") const { return host + ":" + m_port; }
     const std::string& caFile() const { return m_caFile; }

@@ -4,11 +4,16 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <chrono>
 #include <csignal>
 #include <filesystem>
+#include <thread>
 
 #include "apps/ProgramRun.h"
 #include "apps/ReputationProcess.h"
+#include "apps/TlsClient.h"
+#include "support/HeapUse.h"
 #include "support/TemporaryDirectory.h"
 
 using namespace TAV::test;
@@ -16,6 +21,7 @@ using ::testing::AllOf;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::MatchesRegex;
+using ::testing::StartsWith;
 
 namespace fs = std::filesystem;
 
@@ -61,6 +67,14 @@ TEST(ReputationServerTest, TellsWhatIsWrongWithARequest)
         {{"--method", "GET"}, "HTTP 405 Method Not Allowed", "only POST /1"},
         {{"--method", "PUT", "--data", kBad}, "HTTP 405 Method Not Allowed", "only POST /1"},
         {{"--data", std::string(5000, 'a')}, "HTTP 413 Payload Too Large", "no request is longer than 4096 bytes"},
+        {{"--data", kBad, "--header", "Transfer-Encoding: chunked"}, "HTTP 411 Length Required", "tell the length"},
+        {{"--data", std::string(100'000, 'a'), "--header", "Transfer-Encoding: chunked"},
+         "HTTP 411 Length Required",
+         "tell the length"},
+        {{"--method", "PUT", "--data", kBad, "--header", "Transfer-Encoding: chunked"},
+         "HTTP 411 Length Required",
+         "tell the length"},
+        {{"--method", "PURGE"}, "HTTP 400 Bad Request", "only POST /1"},
     };
     for (const Case& c : cases)
     {
@@ -69,6 +83,31 @@ TEST(ReputationServerTest, TellsWhatIsWrongWithARequest)
         EXPECT_THAT(result.out, AllOf(HasSubstr(c.cause), HasSubstr("{\"error\":\"" + std::string(c.error))))
             << c.cause;
     }
+}
+
+std::string portOf(const ReputationProcess& server)
+{
+    return server.address().substr(server.address().find(':') + 1);
+}
+
+TEST(ReputationServerTest, ReadsNoBodyWithoutAnEnd)
+{
+    const ReputationProcess server;
+    TlsClient client(portOf(server));
+    client.send("POST /1 HTTP/1.1\r\nHost: localhost\r\n\r\n");
+    EXPECT_THAT(client.receiveUntil("}"), AllOf(StartsWith("HTTP/1.1 411 "), HasSubstr("Connection: close\r\n")));
+}
+
+TEST(ReputationServerTest, CountsOnlyWhatItLookedAt)
+{
+    ReputationProcess server;
+    for (const std::vector<std::string>& arguments : {std::vector<std::string>{"--data", kBad},
+                                                      {"--method", "GET"},
+                                                      {"--data", std::string(5000, 'a')},
+                                                      {"--data", kBad, "--header", "Transfer-Encoding: chunked"}})
+        asked(server.address(), server.caFile(), arguments);
+    server.stop(SIGTERM);
+    EXPECT_THAT(server.output(), HasSubstr(": 1 requests: 0 malicious, 1 clean, 0 without a verdict\n"));
 }
 
 TEST(ReputationServerTest, CarriesOnAfterABadRequestOnAKeptConnection)
@@ -163,6 +202,72 @@ TEST(ReputationServerTest, EndsWithoutWaitingForADelay)
     server.stop(SIGTERM);
     EXPECT_THAT(server.output(), HasSubstr("1 requests: 0 malicious, 1 clean"));
 }
+
+TEST(ReputationServerTest, AnswersAtItsEndWhatHasArrived)
+{
+    ReputationProcess server({}, {"--delay", "3600000"});
+    TlsClient client(portOf(server));
+    client.send("POST /1 HTTP/1.1\r\nHost: localhost\r\nExpect: 100-continue\r\nContent-Length: 64\r\n\r\n");
+    EXPECT_THAT(client.receiveUntil("\r\n\r\n"), StartsWith("HTTP/1.1 100 "));
+    client.send(kBad);
+    server.stop(SIGTERM);
+    EXPECT_THAT(client.receiveAll(), AllOf(StartsWith("HTTP/1.1 200 "), HasSubstr(R"("verdict":"clean")")));
+    EXPECT_THAT(server.output(), HasSubstr("1 requests: 0 malicious, 1 clean"));
+}
+
+/// Sends a request that comes in one byte at a time, without an end.
+class Trickle
+{
+public:
+    Trickle(const std::string& port, const std::string& beginning) : m_client(port)
+    {
+        m_client.send(beginning);
+        m_thread = std::thread(
+            [this]
+            {
+                while (!m_isOver && m_client.send("x"))
+                    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+            });
+    }
+    Trickle(const Trickle&) = delete;
+    Trickle& operator=(const Trickle&) = delete;
+    ~Trickle()
+    {
+        m_isOver = true;
+        m_thread.join();
+    }
+
+private:
+    TlsClient m_client;
+    std::atomic<bool> m_isOver{false};
+    std::thread m_thread;
+};
+
+TEST(ReputationServerTest, EndsAlthoughRequestsTrickleIn)
+{
+    ReputationProcess server;
+    const Trickle body(portOf(server), "POST /1 HTTP/1.1\r\nHost: localhost\r\nContent-Length: 4096\r\n\r\n");
+    const Trickle head(portOf(server), "POST /1 HTTP/1.1\r\nX-Name: ");
+    const Trickle line(portOf(server), "POST /");
+    server.stop(SIGTERM);
+    EXPECT_THAT(server.output(), HasSubstr(" requests: ")) << "it had to be killed";
+    EXPECT_FALSE(fs::exists(server.caFile()));
+}
+
+#if !defined(TAV_SANITIZED) // whose memory exceeds every limit
+
+TEST(ReputationServerTest, ServesWithoutThreads)
+{
+    // Room for the stack of one thread, the one that accepts, but not for those of connections.
+    ReputationProcess server({}, {}, {"/usr/bin/prlimit", "--stack=1073741824", "--as=2147483648"});
+    for (int i = 0; i < 3; ++i)
+        EXPECT_EQ(asked(server.address(), server.caFile(), {"--data", kBad}).exitCode, 0);
+    server.stop(SIGTERM);
+    EXPECT_THAT(server.output(), HasSubstr("3 requests: 0 malicious, 3 clean"));
+    EXPECT_FALSE(fs::exists(server.caFile()));
+}
+
+#endif
 
 TEST(ReputationServerTest, DoesNotShareAPort)
 {
