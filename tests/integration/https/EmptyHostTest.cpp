@@ -21,7 +21,7 @@ TEST(EmptyHostTest, BecomesAnAddressAndFailsToConnect)
     std::vector<std::string> query = isolated;
     query.insert(query.end(), {TAV_QUERY_CHILD, "", TestAuthority::shared().caFile(), "ask"});
     EXPECT_EQ(outputOf(query),
-              "false 0\n"
+              "false 0 untouched\n"
               "Failed to connect to Lumo server: Couldn't connect to server\n"
               "Last HTTP response code received from Lumo server is: 0\n"
               "Last HTTP response message received from Lumo server is: Connection Could Not Be Established\n");

@@ -61,6 +61,16 @@ bool isSuccess(const QueryOutcome& outcome)
            stats.tlsConnectTimeMs != kUntouchedStats.tlsConnectTimeMs;
 }
 
+bool isSuccess(const QueryOutcome& outcome, const std::string& response)
+{
+    return isSuccess(outcome) && outcome.response == response;
+}
+
+bool isFailure(const QueryOutcome& outcome, const std::vector<LogLine>& log, const std::string& response)
+{
+    return !outcome.success && outcome.log == log && outcome.response == response && outcome.stats == kUntouchedStats;
+}
+
 std::vector<LogLine> failureLog(CURLcode transfer, long status, const std::string& statusText)
 {
     const std::string component = "CurlWrapper";

@@ -45,6 +45,12 @@ struct QueryOutcome
 /// Succeeded, nothing logged, both timings written and nothing else in the figures.
 bool isSuccess(const QueryOutcome& outcome);
 
+/// The same, with this in the response.
+bool isSuccess(const QueryOutcome& outcome, const std::string& response);
+
+/// Failed, with these lines, this in the response, and the figures untouched.
+bool isFailure(const QueryOutcome& outcome, const std::vector<LogLine>& log, const std::string& response = "");
+
 /// The three lines of a failed query.
 /// @param transfer    what libcurl made of the transfer
 /// @param statusText  as the client knows it; many it does not

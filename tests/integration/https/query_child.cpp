@@ -2,8 +2,8 @@
 //
 // A process of its own for queries that need one, step by step:
 //
-//     ask          asks HOST over the library's client and tells the result, the length of the response, and each
-//                  exception and log line
+//     ask          asks HOST over the library's client and tells the result or the exception, the length of the
+//                  response, what became of the timings, and each log line
 //     bare         asks with the same options, but without the lower limit of the TLS version, over libcurl alone
 //     reopen       closes the session and opens it again
 //     sockets      tells how many sockets the process has
@@ -34,22 +34,33 @@ void tell(const std::string& line)
     static_cast<void>(std::printf("%s\n", line.c_str()));
 }
 
+std::string timingsIn(const TAV::LumoStats& stats)
+{
+    const TAV::LumoStats& before = TAV::test::kUntouchedStats;
+    if (stats == before)
+        return "untouched";
+    return stats.totalTimeMs != before.totalTimeMs && stats.tlsConnectTimeMs != before.tlsConnectTimeMs
+               ? "written"
+               : "half written";
+}
+
 void ask(QueryScene& scene)
 {
     TAV::TAVHTTPHeader header;
-    TAV::LumoStats stats;
+    TAV::LumoStats stats = TAV::test::kUntouchedStats;
     std::string response;
+    std::string end;
     const std::size_t linesBefore = scene.logger.lines().size();
     try
     {
-        const bool success =
-            scene.client.sendNetworkRequest(header, "a question", response, QueryScene::kSession, stats);
-        tell((success ? "true " : "false ") + std::to_string(response.size()));
+        end = scene.client.sendNetworkRequest(header, "a question", response, QueryScene::kSession, stats) ? "true"
+                                                                                                           : "false";
     }
     catch (const std::exception& problem)
     {
-        tell(std::string("threw ") + problem.what());
+        end = std::string("threw ") + problem.what();
     }
+    tell(end + " " + std::to_string(response.size()) + " " + timingsIn(stats));
     const auto lines = scene.logger.lines();
     for (std::size_t i = linesBefore; i < lines.size(); ++i)
         tell(lines[i].message);
