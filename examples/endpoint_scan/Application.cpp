@@ -160,6 +160,13 @@ bool isComplete(const RestoreResult& result)
         result.problems.begin(), result.problems.end(), [](const std::string& text) { return text.empty(); });
 }
 
+std::vector<std::string> archivesMeant(const Options& options, const Quarantine& quarantine)
+{
+    if (options.archive.empty())
+        return quarantine.ids();
+    return {options.archive};
+}
+
 int runRestore(const Options& options)
 {
     const std::string password = passwordFor(options);
@@ -170,7 +177,7 @@ int runRestore(const Options& options)
     const auto restore = [&](const std::string& id)
     { results.push_back(quarantine.restore(id, options.target, isInterrupted)); };
     bool isDone = true;
-    for (const std::string& id : options.archive.empty() ? quarantine.ids() : std::vector<std::string>{options.archive})
+    for (const std::string& id : archivesMeant(options, quarantine))
         isDone = !isInterrupted() && attempt(id, [&] { restore(id); }) && isDone;
     isDone = isDone && std::all_of(results.begin(), results.end(), isComplete);
     int exitCode = isDone ? kClean : kQuarantineFailed;
