@@ -204,7 +204,7 @@ void addMemoryCase()
 void addChecksumCases()
 {
     addFileCases("1 kB file", kKilobyte, 301);
-    addFileCases("1 MB file", kMegabyte, 101);
+    addFileCases("1 MB file", kMegabyte, 301);
     addFileCases("256 MB file", kLargeSize, 7);
     addMemoryCase();
 }

@@ -1,5 +1,6 @@
 #include <openssl/md5.h>
 #include <openssl/sha.h>
+#include <stdio_ext.h>
 
 #include <array>
 #include <cstdio>
@@ -16,7 +17,7 @@ namespace
 
 constexpr std::size_t kPieceSize = 1024;
 /// Saves most of the read(2) calls; on the stack, so that a file costs no memory whatever its size.
-constexpr std::size_t kStreamBufferSize = 16384;
+constexpr std::size_t kStreamBufferSize = 32768;
 
 template <std::size_t DigestSize>
 using Digest = std::array<unsigned char, DigestSize>;
@@ -24,9 +25,10 @@ using Digest = std::array<unsigned char, DigestSize>;
 template <std::size_t DigestSize>
 std::string hexText(QelSSLUtils& ssl, const Digest<DigestSize>& digest)
 {
-    std::array<char, DigestSize * 2 + 1> text{};
-    ssl.hexEncodeBytesIntoString(digest.data(), DigestSize, text.data(), static_cast<unsigned int>(text.size()));
-    return {text.data(), text.size() - 1};
+    std::string text(DigestSize * 2, '\0');
+    // The terminator is written over the string's own.
+    ssl.hexEncodeBytesIntoString(digest.data(), DigestSize, text.data(), static_cast<unsigned int>(text.size() + 1));
+    return text;
 }
 
 struct FileClose
@@ -67,6 +69,7 @@ bool digestFile(const char* path, Digests& digests)
         return false;
     // Where no buffer can be set, the stream makes one of its own: slower, and otherwise the same.
     static_cast<void>(std::setvbuf(file.get(), streamBuffer.data(), _IOFBF, streamBuffer.size()));
+    __fsetlocking(file.get(), FSETLOCKING_BYCALLER); // no other thread knows this stream
     while (const std::size_t size = std::fread(piece.data(), 1, piece.size(), file.get()))
     {
         if (!digests.update(piece.data(), size))
