@@ -9,7 +9,7 @@ packages_of() {
   case $1 in
     build) echo "g++ cmake ninja-build pkg-config libssl-dev libcurl4-openssl-dev libmagic-dev libkrb5-dev libboost-dev" ;;
     programs) echo "libcli11-dev libspdlog-dev nlohmann-json3-dev libcpp-httplib-dev p7zip-full" ;;
-    test) echo "libgtest-dev libgmock-dev p7zip-full file binutils dpkg-dev groff-base openssl nginx libnginx-mod-http-echo squid krb5-kdc krb5-admin-server valgrind" ;;
+    test) echo "libgtest-dev libgmock-dev p7zip-full file binutils dpkg-dev groff-base openssl nginx libnginx-mod-http-echo squid krb5-kdc krb5-admin-server valgrind python3" ;;
     bench) echo "libbenchmark-dev libglib2.0-dev libpoco-dev librhash-dev libboost-filesystem-dev libcpp-httplib-dev" ;;
     clang) echo "clang libclang-rt-dev" ;;
     coverage) echo "gcovr" ;;

@@ -3,7 +3,7 @@
 set -eu
 script=$1
 command -v python3 >/dev/null 2>&1 || {
-  echo "python3 is missing (./dev setup docs)"
+  echo "python3 is missing (./dev setup test)"
   exit 77
 }
 work=$(mktemp -d)

@@ -50,19 +50,14 @@ std::string serverText(const KdcSettings& settings, std::uint16_t port, const st
     return text.str();
 }
 
+constexpr const char* kClockOffset = "clock_offset.so";
+
 std::string readIfThere(const std::string& path)
 {
     return std::filesystem::exists(path) ? readFile(path) : "";
 }
 
 } // namespace
-
-std::vector<std::string> clockAheadBy(std::chrono::seconds offset)
-{
-    if (offset.count() == 0)
-        return {};
-    return {"LD_PRELOAD=" TAV_CLOCK_OFFSET, "TAV_TEST_CLOCK_OFFSET=" + std::to_string(offset.count())};
-}
 
 std::string Kdc::missing()
 {
@@ -76,12 +71,21 @@ std::string Kdc::missing()
 
 Kdc::Kdc(const KdcSettings& settings) : m_settings(settings)
 {
-    // A proxy's helper, which is somebody else's process, reads the client's configuration.
+    // A proxy's helper, which is somebody else's process, reads the client's configuration, and loads what makes its
+    // clock wrong: the directory of the build may be closed to it.
     std::filesystem::permissions(m_directory.path(), std::filesystem::perms(0755));
+    std::filesystem::copy_file(TAV_CLOCK_OFFSET, m_directory.file(kClockOffset));
     m_directory.write("krb5.conf", clientText(settings.realm, port()));
     m_directory.write("kdc.conf", serverText(settings, port(), m_directory.path()));
     run({findServerProgram("kdb5_util"), "create", "-s", "-r", settings.realm, "-P", "master"});
     start();
+}
+
+std::vector<std::string> Kdc::clockAheadBy(std::chrono::seconds offset) const
+{
+    if (offset.count() == 0)
+        return {};
+    return {"LD_PRELOAD=" + m_directory.file(kClockOffset), "TAV_TEST_CLOCK_OFFSET=" + std::to_string(offset.count())};
 }
 
 ServerProgram Kdc::program() const

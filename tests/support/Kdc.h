@@ -22,9 +22,6 @@ struct KdcSettings
     std::chrono::seconds clockOffset{0}; ///< how far its clock is ahead of everybody's
 };
 
-/// Variables of the environment that make a program's clock wrong.
-std::vector<std::string> clockAheadBy(std::chrono::seconds offset);
-
 /// An MIT krb5kdc of the test's own on the loopback, with a realm, a database and a port of its own. Nothing of the
 /// machine's configuration is read.
 class Kdc
@@ -41,6 +38,10 @@ public:
 
     std::string realm() const { return m_settings.realm; }
     std::uint16_t port() const { return m_port.number(); }
+
+    /// Variables of the environment that make a program's clock wrong, whoever's program it is; while this object
+    /// lives.
+    std::vector<std::string> clockAheadBy(std::chrono::seconds offset) const;
 
     /// Makes an account that has an RC4 key, as well as an AES key.
     /// @param options  more options of kadmin's addprinc, which come later than the usual ones and win

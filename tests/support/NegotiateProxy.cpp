@@ -15,7 +15,7 @@ acl known proxy_auth REQUIRED
 http_access allow known
 http_access deny all
 )";
-    settings.environment = clockAheadBy(clockOffset);
+    settings.environment = kdc.clockAheadBy(clockOffset);
     settings.environment.push_back("KRB5_CONFIG=" + kdc.clientConfig());
     // No replay cache, which would be a file of all such proxies of the machine.
     settings.environment.emplace_back("KRB5RCACHENAME=none:");

@@ -6,7 +6,6 @@
 
 #include <cstring>
 #include <filesystem>
-#include <stdexcept>
 
 #include "ArchiveFixture.h"
 #include "support/SacrificialProcess.h"
@@ -177,25 +176,26 @@ TEST_F(ArchiveExtractionTest, RefusedArgumentsRunNothing)
 }
 
 /// Hides the tool from this process alone.
-void hideTheTool()
+/// @return why it cannot be hidden; empty if it is
+std::string hideTheTool()
 {
     const std::string place = fs::path(kArchiveTool).parent_path().string();
     if (::unshare(CLONE_NEWNS) != 0 || ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
         ::mount("none", place.c_str(), "tmpfs", 0, nullptr) != 0)
-        throw std::runtime_error(std::string("cannot mount: ") + std::strerror(errno));
+        return std::string("no mounts of its own for a process: ") + std::strerror(errno);
+    return "";
 }
 
 // What callers have to guard against: the child that could not start the tool goes on in their code, and the parent
 // waits for words on a pipe that nobody will write.
 TEST_F(ArchiveExtractionTest, MissingToolComesBackInTheChildAndBlocksTheParent)
 {
-    if (::geteuid() != 0)
-        GTEST_SKIP() << "hiding the tool takes the right to mount";
     SharedNotes notes;
     SacrificialProcess process(
         [&]
         {
-            hideTheTool();
+            if (const std::string problem = hideTheTool(); !problem.empty())
+                return notes.add(problem);
             RecordingLogger logger;
             const auto version = std::make_shared<kernelVersion>(kernelVersion{5, 10, 0});
             QelArchiveUtils archives(logger,
@@ -207,6 +207,8 @@ TEST_F(ArchiveExtractionTest, MissingToolComesBackInTheChildAndBlocksTheParent)
                 ::_exit(127);
         });
     ASSERT_TRUE(eventually([&] { return !notes.lines().empty(); }));
+    if (notes.text().rfind("no mounts", 0) == 0)
+        GTEST_SKIP() << "the tool cannot be hidden: " << notes.text();
     EXPECT_EQ(process.wait(std::chrono::milliseconds(300)), std::nullopt) << "the parent is blocked";
     EXPECT_EQ(notes.text(), "child false\n");
 }
