@@ -120,7 +120,8 @@ PrivateController::PrivateController(Place place)
     check(flock(m_lockFd, LOCK_EX), "lock " + m_scratch.path());
     m_homeFd = open("/proc/self/ns/mnt", O_RDONLY | O_CLOEXEC);
     m_directoryFd = open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    check(std::min(m_homeFd, m_directoryFd), "remember the namespace");
+    m_rootFd = open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    check(std::min({m_homeFd, m_directoryFd, m_rootFd}), "remember the namespace");
     m_mountsBefore = cgroupMounts();
     try
     {
@@ -198,8 +199,10 @@ void PrivateController::mountFirst() const
 void PrivateController::leave()
 {
     EXPECT_EQ(setns(m_homeFd, CLONE_NEWNS), 0) << std::strerror(errno);
+    // That led to the namespace's root, which is not the process's in a chroot.
+    EXPECT_TRUE(fchdir(m_rootFd) == 0 && chroot(".") == 0) << std::strerror(errno);
     EXPECT_EQ(fchdir(m_directoryFd), 0) << std::strerror(errno);
-    for (int* fd : {&m_lockFd, &m_homeFd, &m_directoryFd, &m_parentFd})
+    for (int* fd : {&m_lockFd, &m_homeFd, &m_rootFd, &m_directoryFd, &m_parentFd})
         close(std::exchange(*fd, -1));
 }
 

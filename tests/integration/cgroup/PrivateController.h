@@ -75,6 +75,7 @@ private:
     std::string m_mountsBefore;
     int m_lockFd = -1; ///< tells other runs that this one is alive
     int m_homeFd = -1;
+    int m_rootFd = -1;
     int m_directoryFd = -1;
     int m_parentFd = -1;
 };
