@@ -20,7 +20,7 @@ namespace fs = std::filesystem;
 
 constexpr const char* kArchiveToolPath = "/opt/Brenlow/zel/tav/bin/7za";
 
-constexpr const char* kExamples =
+constexpr const char* kArchiveExamples =
     "Warning: the archive tool gets the password on its command line, where every user of the machine can read it "
     "while\n"
     "the tool runs (unless /proc is mounted with hidepid). tavctl itself takes it from a file, from an environment\n"
@@ -34,7 +34,7 @@ constexpr const char* kCreateNote =
     "read without the password, and have no directories: two files of one name are refused.\n";
 constexpr const char* kExtractNote = "All files come straight into the directory, over files of the same name.\n";
 
-struct Options
+struct ArchiveOptions
 {
     std::string archive;
     std::vector<std::string> files;
@@ -76,7 +76,7 @@ std::vector<std::string> inputPaths(const std::vector<std::string>& files)
     return paths;
 }
 
-std::string passwordOf(const Options& options, Context& context)
+std::string passwordOf(const ArchiveOptions& options, Context& context)
 {
     if (!options.password.isGiven())
         return {};
@@ -85,7 +85,7 @@ std::string passwordOf(const Options& options, Context& context)
     return password;
 }
 
-int create(const Options& options, Context& context)
+int create(const ArchiveOptions& options, Context& context)
 {
     requireKnownExtension(options.archive);
     const std::vector<std::string> files = inputPaths(options.files);
@@ -109,7 +109,7 @@ int create(const Options& options, Context& context)
     return kSuccess;
 }
 
-int extract(const Options& options, Context& context)
+int extract(const ArchiveOptions& options, Context& context)
 {
     const std::string archive = toolPath(options.archive);
     const std::string directory = toolPath(options.directory);
@@ -142,8 +142,8 @@ void addPassword(CLI::App& command, programs::SecretSource& password)
 
 void setAction(CLI::App& command,
                Action& chosen,
-               const std::shared_ptr<Options>& options,
-               int (*work)(const Options&, Context&))
+               const std::shared_ptr<ArchiveOptions>& options,
+               int (*work)(const ArchiveOptions&, Context&))
 {
     command.callback([options, work, &chosen]
                      { chosen = [options, work](Context& context) { return work(*options, context); }; });
@@ -153,23 +153,23 @@ void setAction(CLI::App& command,
 
 void registerArchive(CLI::App& app, Action& chosen)
 {
-    auto options = std::make_shared<Options>();
+    auto options = std::make_shared<ArchiveOptions>();
     CLI::App* command = app.add_subcommand("archive", "Create or extract an archive, optionally with a password");
     command->require_subcommand(1);
-    command->footer(kExamples);
+    command->footer(kArchiveExamples);
 
     CLI::App* creation = command->add_subcommand("create", "MOVE files into an archive");
     creation->add_option("ARCHIVE", options->archive, "The archive, *.7z or *.zip; made, or added to")->required();
     creation->add_option("FILE", options->files, "The files")->required();
     addPassword(*creation, options->password);
-    creation->footer(std::string(kCreateNote) + kExamples);
+    creation->footer(std::string(kCreateNote) + kArchiveExamples);
     setAction(*creation, chosen, options, create);
 
     CLI::App* extraction = command->add_subcommand("extract", "Put the files of an archive into a directory");
     extraction->add_option("ARCHIVE", options->archive, "The archive")->required();
     extraction->add_option("--to", options->directory, "The directory; the current one if missing");
     addPassword(*extraction, options->password);
-    extraction->footer(std::string(kExtractNote) + kExamples);
+    extraction->footer(std::string(kExtractNote) + kArchiveExamples);
     setAction(*extraction, chosen, options, extract);
 }
 

@@ -11,7 +11,7 @@ namespace tavctl
 namespace
 {
 
-constexpr const char* kExamples =
+constexpr const char* kBase64Examples =
     "Both ways take any bytes. The decoder skips blanks and line breaks and accepts nothing but what the encoder\n"
     "would have made.\n"
     "\n"
@@ -81,7 +81,7 @@ void registerBase64(CLI::App& app, Action& chosen)
 {
     CLI::App* command = app.add_subcommand("base64", "Encode bytes as base64 text, or decode it");
     command->require_subcommand(1);
-    command->footer(kExamples);
+    command->footer(kBase64Examples);
     registerDirection(*command, chosen, "encode", "Bytes to text", encode);
     registerDirection(*command, chosen, "decode", "Text to bytes", decode);
 }

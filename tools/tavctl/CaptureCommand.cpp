@@ -10,14 +10,15 @@ namespace tavctl
 namespace
 {
 
-constexpr const char* kExamples = "The program's standard input is closed, its standard error goes to /dev/null (see "
-                                  "run --help for the reason). Output\n"
-                                  "of any size is taken while the program runs. What a program that it leaves behind "
-                                  "writes later is not waited for.\n"
-                                  "\n"
-                                  "Examples:\n"
-                                  "  tavctl capture -- /bin/uname -a\n"
-                                  "  tavctl capture --json -- /bin/sh -c 'ls /nowhere 2>&1'";
+constexpr const char* kCaptureExamples =
+    "The program's standard input is closed, its standard error goes to /dev/null (see "
+    "run --help for the reason). Output\n"
+    "of any size is taken while the program runs. What a program that it leaves behind "
+    "writes later is not waited for.\n"
+    "\n"
+    "Examples:\n"
+    "  tavctl capture -- /bin/uname -a\n"
+    "  tavctl capture --json -- /bin/sh -c 'ls /nowhere 2>&1'";
 
 int captureAndTell(const std::vector<std::string>& argv, Context& context)
 {
@@ -39,7 +40,7 @@ void registerCapture(CLI::App& app, Action& chosen)
     auto argv = std::make_shared<std::vector<std::string>>();
     CLI::App* command = app.add_subcommand("capture", "Run a program and print what it writes to standard output");
     command->add_option("PROGRAM", *argv, "The program's path and its arguments, behind --")->required();
-    command->footer(kExamples);
+    command->footer(kCaptureExamples);
     command->callback([argv, &chosen]
                       { chosen = [argv](Context& context) { return captureAndTell(*argv, context); }; });
 }

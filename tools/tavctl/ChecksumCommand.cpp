@@ -11,7 +11,7 @@ namespace tavctl
 namespace
 {
 
-constexpr const char* kExamples =
+constexpr const char* kChecksumExamples =
     "Of a file: MD5, SHA-1 and SHA-256. Of a text: MD5 only. They identify files; MD5 and SHA-1 do not withstand\n"
     "an attacker who forges them.\n"
     "\n"
@@ -19,7 +19,7 @@ constexpr const char* kExamples =
     "  tavctl checksum /bin/sh /etc/passwd\n"
     "  tavctl checksum --data abc";
 
-struct Options
+struct ChecksumOptions
 {
     std::vector<std::string> files;
     std::string data;
@@ -62,7 +62,7 @@ void addData(const std::string& data, std::string& text, nlohmann::json& list)
     list.push_back(std::move(entry));
 }
 
-int printChecksums(const Options& options, Context& context)
+int printChecksums(const ChecksumOptions& options, Context& context)
 {
     if (options.files.empty() && !options.hasData)
         throw UsageError("checksum: name a file, or give --data TEXT");
@@ -90,11 +90,11 @@ int printChecksums(const Options& options, Context& context)
 
 void registerChecksum(CLI::App& app, Action& chosen)
 {
-    auto options = std::make_shared<Options>();
+    auto options = std::make_shared<ChecksumOptions>();
     CLI::App* command = app.add_subcommand("checksum", "Compute checksums of files, or the MD5 of a text");
     command->add_option("FILE", options->files, "The files");
     const CLI::Option* data = command->add_option("--data", options->data, "A text to hash");
-    command->footer(kExamples);
+    command->footer(kChecksumExamples);
     command->callback(
         [options, data, &chosen]
         {

@@ -11,7 +11,7 @@ namespace tavctl
 namespace
 {
 
-constexpr const char* kExamples =
+constexpr const char* kCpuLimitExamples =
     "N is a percentage of the whole machine: 100 is the full time of every processor. The processes share it, all in\n"
     "the library's one group; a name given by --group is handed on, and the library does not use it. A later limit\n"
     "replaces an earlier one for every process in the group. Nothing takes a limit away but the end of the process.\n"
@@ -25,7 +25,7 @@ constexpr const char* kExamples =
     "  tavctl cpu-limit --percent 5 $$\n"
     "  tavctl cpu-limit --status --json";
 
-struct Options
+struct CpuLimitOptions
 {
     bool status = false;
     unsigned short percent = 0;
@@ -61,7 +61,7 @@ int showStatus(Context& context)
     return kSuccess;
 }
 
-nlohmann::json toJson(const programs::CpuLimitOutcome& outcome, const Options& options)
+nlohmann::json toJson(const programs::CpuLimitOutcome& outcome, const CpuLimitOptions& options)
 {
     nlohmann::json refusals = nlohmann::json::array();
     for (const programs::CpuRefusal& refusal : outcome.refusals)
@@ -79,7 +79,7 @@ nlohmann::json toJson(const programs::CpuLimitOutcome& outcome, const Options& o
             {"status", toJson(outcome.group, outcome.processors)}};
 }
 
-int limitAndTell(const Options& options, Context& context)
+int limitAndTell(const CpuLimitOptions& options, Context& context)
 {
     const std::set<int> pids(options.pids.begin(), options.pids.end());
     const programs::CpuLimitOutcome outcome =
@@ -92,7 +92,7 @@ int limitAndTell(const Options& options, Context& context)
     return outcome.isInForce() ? kSuccess : kFailure;
 }
 
-int limitOrShow(const Options& options, Context& context)
+int limitOrShow(const CpuLimitOptions& options, Context& context)
 {
     if (options.status)
         return showStatus(context);
@@ -107,7 +107,7 @@ int limitOrShow(const Options& options, Context& context)
 
 void registerCpuLimit(CLI::App& app, Action& chosen)
 {
-    auto options = std::make_shared<Options>();
+    auto options = std::make_shared<CpuLimitOptions>();
     CLI::App* command = app.add_subcommand("cpu-limit", "Put processes under a CPU limit, or show the one in force");
     CLI::Option* percent = command->add_option("--percent", options->percent, "Percentage of the whole machine")
                                ->check(CLI::Range(0, 65535));
@@ -118,7 +118,7 @@ void registerCpuLimit(CLI::App& app, Action& chosen)
         ->excludes(percent)
         ->excludes(group)
         ->excludes(pids);
-    command->footer(kExamples);
+    command->footer(kCpuLimitExamples);
     command->callback(
         [options, percent, &chosen]
         {

@@ -42,7 +42,7 @@ constexpr const char* kExplanation =
 
 constexpr int kLongestTimeout = 600;
 
-struct Options
+struct DoctorOptions
 {
     doctor::Questions questions;
     std::string color = "auto";
@@ -59,12 +59,12 @@ bool isTerminalForColours()
     return ::isatty(STDOUT_FILENO) == 1 && valueOf("NO_COLOR").empty() && valueOf("TERM") != "dumb";
 }
 
-bool isColoured(const Options& options)
+bool isColoured(const DoctorOptions& options)
 {
     return options.color == "always" || (options.color == "auto" && isTerminalForColours());
 }
 
-int examineAndTell(const Options& options, Context& context)
+int examineAndTell(const DoctorOptions& options, Context& context)
 {
     doctor::SystemHost host(context);
     const bool coloured = isColoured(options);
@@ -84,7 +84,7 @@ int examineAndTell(const Options& options, Context& context)
 
 void registerDoctor(CLI::App& app, Action& chosen)
 {
-    auto options = std::make_shared<Options>();
+    auto options = std::make_shared<DoctorOptions>();
     doctor::Questions& questions = options->questions;
     CLI::App* command = app.add_subcommand("doctor", "Tell whether each service can work on this host");
     CLI::Option* certificates =

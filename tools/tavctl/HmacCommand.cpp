@@ -10,7 +10,7 @@ namespace tavctl
 namespace
 {
 
-constexpr const char* kExamples =
+constexpr const char* kHmacExamples =
     "Prints the HMAC-SHA1 of the message in base64. The key never stands on the command line, where every user of the\n"
     "machine could read it. A newline at the end of the key is dropped; a key with a zero byte is refused.\n"
     "\n"
@@ -18,13 +18,13 @@ constexpr const char* kExamples =
     "  tavctl hmac --key-file key.txt message.txt\n"
     "  printf 'message' | tavctl hmac --key-env MY_KEY";
 
-struct Options
+struct HmacOptions
 {
     programs::SecretSource key;
     std::string file;
 };
 
-int printHmac(const Options& options, Context& context)
+int printHmac(const HmacOptions& options, Context& context)
 {
     const std::string key = programs::readSecret(options.key);
     std::string text;
@@ -40,14 +40,14 @@ int printHmac(const Options& options, Context& context)
 
 void registerHmac(CLI::App& app, Action& chosen)
 {
-    auto options = std::make_shared<Options>();
+    auto options = std::make_shared<HmacOptions>();
     CLI::App* command = app.add_subcommand("hmac", "Compute the HMAC-SHA1 of a message");
     CLI::Option_group* key = command->add_option_group("Key", "Where the key comes from");
     key->add_option("--key-file", options->key.file, "A file that holds the key");
     key->add_option("--key-env", options->key.environment, "An environment variable that holds the key");
     key->require_option(1);
     command->add_option("FILE", options->file, "The message; standard input if it is missing or -");
-    command->footer(kExamples);
+    command->footer(kHmacExamples);
     command->callback([options, &chosen]
                       { chosen = [options](Context& context) { return printHmac(*options, context); }; });
 }

@@ -19,13 +19,13 @@ namespace tavctl
 namespace
 {
 
-constexpr const char* kExamples = "Keytab and ticket last as long as a program runs, or stay for other programs.\n"
-                                  "\n"
-                                  "Examples:\n"
-                                  "  tavctl krb run --principal me@EXAMPLE.COM -- bash\n"
-                                  "  tavctl krb renew --principal me@EXAMPLE.COM --keytab ./k --cache ./c\n"
-                                  "  tavctl krb show --keytab ./k\n"
-                                  "  tavctl krb SUBCOMMAND --help   more about each one";
+constexpr const char* kKrbExamples = "Keytab and ticket last as long as a program runs, or stay for other programs.\n"
+                                     "\n"
+                                     "Examples:\n"
+                                     "  tavctl krb run --principal me@EXAMPLE.COM -- bash\n"
+                                     "  tavctl krb renew --principal me@EXAMPLE.COM --keytab ./k --cache ./c\n"
+                                     "  tavctl krb show --keytab ./k\n"
+                                     "  tavctl krb SUBCOMMAND --help   more about each one";
 
 constexpr const char* kPasswordNote =
     "The password comes from --password-file, or from the terminal without it; never from the command line, where\n"
@@ -41,11 +41,12 @@ constexpr const char* kRenewNote =
     "A keytab that holds somebody else's key, and files of another kind, are never deleted: such a path is refused.\n"
     "\n";
 
-constexpr const char* kRenewExamples = "\n"
-                                       "Examples:\n"
-                                       "  tavctl krb renew --principal me@EXAMPLE.COM --keytab ./k --cache ./c --show\n"
-                                       "  tavctl krb renew --principal me@EXAMPLE.COM --keytab ./k --cache ./c "
-                                       "--password-file pw.txt --remove";
+constexpr const char* kKrbRenewExamples =
+    "\n"
+    "Examples:\n"
+    "  tavctl krb renew --principal me@EXAMPLE.COM --keytab ./k --cache ./c --show\n"
+    "  tavctl krb renew --principal me@EXAMPLE.COM --keytab ./k --cache ./c "
+    "--password-file pw.txt --remove";
 
 constexpr const char* kRunNote =
     "Makes keytab and ticket as 'tavctl krb renew' does, runs a program with KRB5_CLIENT_KTNAME and KRB5CCNAME in its\n"
@@ -56,7 +57,7 @@ constexpr const char* kRunNote =
     "refused.\n"
     "\n";
 
-constexpr const char* kRunExamples =
+constexpr const char* kKrbRunExamples =
     "\n"
     "Examples:\n"
     "  tavctl krb run --principal me@EXAMPLE.COM -- curl --proxy proxy:3128 --proxy-negotiate --proxy-user : "
@@ -68,7 +69,7 @@ constexpr const char* kShowNote = "Lists whose keys are in a keytab, not the key
                                   "Examples:\n"
                                   "  tavctl krb show --keytab /run/mydaemon/client.keytab";
 
-struct Options
+struct KrbOptions
 {
     programs::KrbAccount account;
     bool show = false;
@@ -76,7 +77,7 @@ struct Options
     std::vector<std::string> argv;
 };
 
-programs::KrbAccount accountOf(const Options& options)
+programs::KrbAccount accountOf(const KrbOptions& options)
 {
     programs::KrbAccount account = options.account;
     account.password.prompt = account.password.file.empty();
@@ -126,7 +127,7 @@ void endKeeping(std::unique_ptr<programs::KrbTicket> ticket)
     keytab.putBack();
 }
 
-int renew(const Options& options, Context& context)
+int renew(const KrbOptions& options, Context& context)
 {
     auto ticket = std::make_unique<programs::KrbTicket>(context.logger, accountOf(options));
     const programs::KrbRenewal renewal = ticket->renew();
@@ -152,7 +153,7 @@ int renew(const Options& options, Context& context)
     return kSuccess;
 }
 
-int run(const Options& options, Context& context)
+int run(const KrbOptions& options, Context& context)
 {
     if (context.console.isJson())
         throw UsageError("krb run: the output is the program's own: there is none for --json");
@@ -166,7 +167,7 @@ int run(const Options& options, Context& context)
     return kFailure;
 }
 
-int show(const Options& options, Context& context)
+int show(const KrbOptions& options, Context& context)
 {
     TAV::KrbAPIWrapper api;
     const programs::Keytab keytab = programs::readKeytab(api, options.account.keytab);
@@ -196,8 +197,8 @@ void addAccount(CLI::App& command, programs::KrbAccount& account, bool needsPath
 
 void setAction(CLI::App& command,
                Action& chosen,
-               const std::shared_ptr<Options>& options,
-               int (*work)(const Options&, Context&))
+               const std::shared_ptr<KrbOptions>& options,
+               int (*work)(const KrbOptions&, Context&))
 {
     command.callback([options, work, &chosen]
                      { chosen = [options, work](Context& context) { return work(*options, context); }; });
@@ -207,22 +208,22 @@ void setAction(CLI::App& command,
 
 void registerKrb(CLI::App& app, Action& chosen)
 {
-    auto options = std::make_shared<Options>();
+    auto options = std::make_shared<KrbOptions>();
     CLI::App* command = app.add_subcommand("krb", "Get a Kerberos ticket and a keytab from an account's password");
     command->require_subcommand(1);
-    command->footer(kExamples);
+    command->footer(kKrbExamples);
 
     CLI::App* renewal = command->add_subcommand("renew", "Make a keytab, and see whether the KDC takes it");
     addAccount(*renewal, options->account, true);
     renewal->add_flag("--show", options->show, "List the keytab's entries, as they are read back");
     renewal->add_flag("--remove", options->remove, "Remove the keytab again: only see whether it works");
-    renewal->footer(std::string(kRenewNote) + kPasswordNote + kRenewExamples);
+    renewal->footer(std::string(kRenewNote) + kPasswordNote + kKrbRenewExamples);
     setAction(*renewal, chosen, options, renew);
 
     CLI::App* running = command->add_subcommand("run", "Run a program that has a ticket while it runs");
     addAccount(*running, options->account, false);
     running->add_option("PROGRAM", options->argv, "The program and its arguments, behind --")->required();
-    running->footer(std::string(kRunNote) + kPasswordNote + kRunExamples);
+    running->footer(std::string(kRunNote) + kPasswordNote + kKrbRunExamples);
     setAction(*running, chosen, options, run);
 
     CLI::App* showing = command->add_subcommand("show", "List a keytab's entries, without the keys");

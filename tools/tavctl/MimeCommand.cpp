@@ -11,9 +11,9 @@ namespace tavctl
 namespace
 {
 
-constexpr const char* kExamples = "Examples:\n"
-                                  "  tavctl mime /bin/bash ~/photo.jpg\n"
-                                  "  tavctl mime --json *.pdf";
+constexpr const char* kMimeExamples = "Examples:\n"
+                                      "  tavctl mime /bin/bash ~/photo.jpg\n"
+                                      "  tavctl mime --json *.pdf";
 
 /// libmagic with its default database, released at the end.
 class FileTypes
@@ -84,7 +84,7 @@ void registerMime(CLI::App& app, Action& chosen)
     auto files = std::make_shared<std::vector<std::string>>();
     CLI::App* command = app.add_subcommand("mime", "Tell the MIME type of each file");
     command->add_option("FILE", *files, "The files")->required();
-    command->footer(kExamples);
+    command->footer(kMimeExamples);
     command->callback([files, &chosen] { chosen = [files](Context& context) { return printTypes(*files, context); }; });
 }
 

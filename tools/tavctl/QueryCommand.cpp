@@ -19,7 +19,7 @@ namespace tavctl
 namespace
 {
 
-constexpr const char* kExamples =
+constexpr const char* kQueryExamples =
     "Sends a request to https://SERVER/1 as the library's client does it, and shows what came back. The body stands\n"
     "behind the figures; --output writes it into a file, byte by byte, and --output - prints nothing but the body.\n"
     "With --repeat all requests go over one session, which keeps its connection: the later ones are faster, and no\n"
@@ -42,7 +42,7 @@ constexpr long kDefaultTimeout = 30;
 constexpr int kLongestTimeout = 24 * 60 * 60;
 constexpr int kMostRepetitions = 100'000;
 
-struct Options
+struct QueryOptions
 {
     std::string server;
     std::string caFile;
@@ -68,7 +68,7 @@ void refuse(const std::string& what, const std::string& obstacle)
         throw UsageError("query: " + what + ": " + obstacle);
 }
 
-void check(const Options& options, const Context& context)
+void check(const QueryOptions& options, const Context& context)
 {
     refuse("--server \"" + options.server + "\"", programs::obstacleToServer(options.server));
     refuse("--method \"" + options.method + "\"", programs::obstacleToMethod(options.method));
@@ -100,14 +100,14 @@ std::string encoded(const std::string& text)
     return result;
 }
 
-std::string credentialsOf(const Options& options)
+std::string credentialsOf(const QueryOptions& options)
 {
     if (options.proxyUser.empty())
         return {};
     return encoded(options.proxyUser) + ":" + encoded(programs::readPassword(options.proxyPassword));
 }
 
-TAV::TAVQueryConfig configOf(const Options& options)
+TAV::TAVQueryConfig configOf(const QueryOptions& options)
 {
     TAV::TAVQueryConfig config;
     config.requestType = options.method;
@@ -123,7 +123,7 @@ TAV::TAVQueryConfig configOf(const Options& options)
 }
 
 /// A ticket for the proxy, if it is to have one.
-std::unique_ptr<programs::KrbTicket> ticketFor(const Options& options, Context& context)
+std::unique_ptr<programs::KrbTicket> ticketFor(const QueryOptions& options, Context& context)
 {
     if (!options.account.isGiven())
         return nullptr;
@@ -134,7 +134,7 @@ std::unique_ptr<programs::KrbTicket> ticketFor(const Options& options, Context& 
     return ticket;
 }
 
-QueryReport send(const Options& options, const std::string& body, Context& context)
+QueryReport send(const QueryOptions& options, const std::string& body, Context& context)
 {
     const TAV::TAVQueryConfig config = configOf(options);
     programs::ignoreBrokenPipes();
@@ -169,7 +169,7 @@ void writeBody(const std::string& path, const std::string& body)
         throw Failure(about(path, std::strerror(errno)));
 }
 
-int queryAndTell(const Options& options, Context& context)
+int queryAndTell(const QueryOptions& options, Context& context)
 {
     check(options, context);
     const std::string body = options.dataFile.empty() ? options.data : readInput(options.dataFile);
@@ -192,7 +192,7 @@ int queryAndTell(const Options& options, Context& context)
     return kNotAnswered;
 }
 
-void addBody(CLI::App& command, Options& options)
+void addBody(CLI::App& command, QueryOptions& options)
 {
     CLI::Option_group* body = command.add_option_group("Body", "What is sent; nothing without these");
     body->add_option("--data", options.data, "This text");
@@ -222,7 +222,7 @@ void addKerberos(CLI::App& command, programs::KrbAccount& account, CLI::Option* 
         ->needs(principal);
 }
 
-void addProxy(CLI::App& command, Options& options)
+void addProxy(CLI::App& command, QueryOptions& options)
 {
     CLI::Option* proxy = command.add_option("--proxy", options.proxy, "HOST:PORT or URL of a proxy; none if missing")
                              ->check(programs::obstacleToProxy);
@@ -241,7 +241,7 @@ void addProxy(CLI::App& command, Options& options)
 
 void registerQuery(CLI::App& app, Action& chosen)
 {
-    auto options = std::make_shared<Options>();
+    auto options = std::make_shared<QueryOptions>();
     CLI::App* command = app.add_subcommand("query", "Send an HTTPS request, and show the answer and its timings");
     command->add_option("--server", options->server, "HOST or HOST:PORT; the request goes to https://SERVER/1")
         ->required();
@@ -260,7 +260,7 @@ void registerQuery(CLI::App& app, Action& chosen)
     command->add_flag("--no-verify-host", options->ignoreHost, "Take a certificate that was made for another host");
     command->add_flag("--no-verify-peer", options->ignorePeer, "Take a certificate from anybody");
     command->add_option("--output", options->output, "Write the body into this file; - for nothing but the body");
-    command->footer(kExamples);
+    command->footer(kQueryExamples);
     command->callback([options, &chosen]
                       { chosen = [options](Context& context) { return queryAndTell(*options, context); }; });
 }

@@ -15,7 +15,7 @@ namespace tavctl
 namespace
 {
 
-constexpr const char* kExamples =
+constexpr const char* kRunExamples =
     "The program sees /dev/null as its standard input and output, and nothing else stays open, unless --keep says so.\n"
     "Its standard error always goes to /dev/null: the library can keep it only through a pipe of its own, and then a\n"
     "program that fails without a word, or that writes more than 64 KiB there, would never come back. To see it, run\n"
@@ -29,7 +29,7 @@ constexpr const char* kExamples =
     "  tavctl run --keep 1 -- /bin/ls -l /\n"
     "  tavctl run --keep 3 -- /bin/sh -c 'echo hello >&3' 3>log.txt";
 
-struct Options
+struct RunOptions
 {
     std::vector<int> keep;
     std::vector<std::string> argv;
@@ -72,7 +72,7 @@ private:
     int m_former;
 };
 
-bool runProgram(const Options& options, Context& context)
+bool runProgram(const RunOptions& options, Context& context)
 {
     std::map<int, bool> keep;
     for (const int fd : options.keep)
@@ -87,7 +87,7 @@ bool runProgram(const Options& options, Context& context)
     return makeUtils(context)->executeSystemCommand(options.argv, &keep);
 }
 
-int runAndTell(const Options& options, Context& context)
+int runAndTell(const RunOptions& options, Context& context)
 {
     checkKept(options.keep);
     const std::string& program = options.argv.front();
@@ -105,13 +105,13 @@ int runAndTell(const Options& options, Context& context)
 
 void registerRun(CLI::App& app, Action& chosen)
 {
-    auto options = std::make_shared<Options>();
+    auto options = std::make_shared<RunOptions>();
     CLI::App* command = app.add_subcommand("run", "Run a program and tell whether it succeeded");
     command->add_option("--keep", options->keep, "A descriptor that stays open in the program (may be repeated)")
         ->allow_extra_args(false)
         ->check(CLI::Range(0, std::numeric_limits<int>::max(), "NONNEGATIVE"));
     command->add_option("PROGRAM", options->argv, "The program's path and its arguments, behind --")->required();
-    command->footer(kExamples);
+    command->footer(kRunExamples);
     command->callback([options, &chosen]
                       { chosen = [options](Context& context) { return runAndTell(*options, context); }; });
 }
