@@ -7,6 +7,7 @@
 #include "common/Password.h"
 #include "common/Text.h"
 #include "tav/QelArchiveUtils.h"
+#include "tavctl/ArchiveTool.h"
 #include "tavctl/Commands.h"
 #include "tavctl/Input.h"
 #include "tavctl/Program.h"
@@ -17,8 +18,6 @@ namespace
 {
 
 namespace fs = std::filesystem;
-
-constexpr const char* kArchiveToolPath = "/opt/Brenlow/zel/tav/bin/7za";
 
 constexpr const char* kArchiveExamples =
     "Warning: the archive tool gets the password on its command line, where every user of the machine can read it "

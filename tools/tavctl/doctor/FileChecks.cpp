@@ -3,6 +3,7 @@
 #include <regex>
 
 #include "common/Text.h"
+#include "tavctl/ArchiveTool.h"
 #include "tavctl/doctor/Checks.h"
 
 namespace tavctl::doctor
@@ -10,7 +11,6 @@ namespace tavctl::doctor
 namespace
 {
 
-constexpr const char* kArchiveToolPath = "/opt/Brenlow/zel/tav/bin/7za";
 constexpr std::array<const char*, 5> kElsewhere{
     "/usr/lib/p7zip/7za", "/usr/lib/7zip/7za", "/usr/bin/7za", "/usr/bin/7zz", "/usr/bin/7zr"};
 
